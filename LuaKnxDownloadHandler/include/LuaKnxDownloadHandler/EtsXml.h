@@ -1,0 +1,55 @@
+#pragma once
+// The etsproject document builder: one per download.
+
+#include <LuaKnxDownloadHandler/LuxHelperBase.h>
+#include <LuaKnxDownloadHandler/PropertyAccess.h>
+
+#include <KnxStack/BinaryData.h>
+
+#include <boost/optional.hpp>
+#include <log4cplus/logger.h>
+#include <pugixml.hpp>
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace Korvex::luaknxdownloadhandler {
+
+class EtsXml {
+ public:
+  /// All five arguments must outlive the builder; luxHelper must not be null.
+  EtsXml(const InterfaceObjectMap& interfaceObjects, const KnxStack::BinaryData& memory,
+         const CoDescriptorDataMap& coDescriptors, const log4cplus::Logger* logger,
+         LuxHelperBase* luxHelper);
+
+  /// The serialised document, or nothing when a required limit is missing.
+  boost::optional<std::string> Create();
+
+  /// The boolean setting the property table names; false when unreadable.
+  boost::optional<bool> ProperyValueByName(const std::string& name);
+
+  void CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::string& deviceName);
+  void CreateFolders(pugi::xml_node& root);
+  void CreateFolder(pugi::xml_node& elements, unsigned int folderIndex);
+  void CreateFunctions(pugi::xml_node& folderElement, unsigned int folderIndex);
+  void CreateFunction(pugi::xml_node& parent, unsigned int index);
+  void CreateRootStaticData(pugi::xml_node& elements);
+  void CreateStaticData(const LuxStaticData& data, pugi::xml_node& parent);
+
+ private:
+  void InitMaxValues();
+
+  const InterfaceObjectMap& m_interfaceObjects;
+  LuxHelperBase* m_luxHelper;
+  const KnxStack::BinaryData& m_memory;
+  const log4cplus::Logger* m_logger;
+  std::map<std::string, PropertyInfo> m_propertyIds;
+  CoDescriptorDataMap m_coDescriptors;
+  std::uint8_t m_maxFunctionPerFolder = 0;
+  std::uint8_t m_maxNameCharCount = 0;
+  std::uint8_t m_maxTextCharCount = 0;
+  std::uint8_t m_maxUrlCharCount = 0;
+};
+
+}  // namespace Korvex::luaknxdownloadhandler

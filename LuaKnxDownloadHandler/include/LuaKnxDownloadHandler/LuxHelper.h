@@ -1,0 +1,55 @@
+#pragma once
+// The script bridge: hosts the description script and answers the builder.
+
+#include <LuaKnxDownloadHandler/LuxHelperBase.h>
+
+#include <ovslua/Lua.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Korvex::luaknxdownloadhandler {
+
+class LuxHelper : public LuxHelperBase, private ovslua::Lua {
+ public:
+  LuxHelper() = default;
+  ~LuxHelper() override;
+
+  /// Creates the interpreter and loads the script; the result is also kept.
+  bool Load(const std::string& scriptPath);
+
+  bool IsThereUrnsByPropertyIndex(std::uint32_t typeId) override;
+  PropertyInfo GetPropertyIndexForUrns(std::uint32_t typeId) override;
+  boost::optional<std::string> GetFunctionUrnByTypeId(std::uint32_t typeId) override;
+  boost::optional<std::string> GetChannelUrnByTypeId(std::uint32_t typeId) override;
+  boost::optional<std::string> GetFunctionUrnByTypeIdAndPropertyIndex(
+      std::uint32_t typeId, std::uint32_t propertyIndex) override;
+  boost::optional<std::string> GetChannelUrnByTypeIdAndPropertyIndex(
+      std::uint32_t typeId, std::uint32_t propertyIndex) override;
+  boost::optional<std::string> GetLuaTemplateIndexByTypeIdAndPropertyIndex(
+      std::uint32_t typeId, std::uint32_t propertyIndex) override;
+  std::vector<LuaParameter> GetParametersFromChannelTypeId(std::uint32_t channelTypeId) override;
+  std::map<std::string, PropertyInfo> GetPropertyIds() override;
+  std::vector<LuxStaticData> GetStaticData() override;
+  bool CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) override;
+  bool HandleDcsType(std::uint32_t dcsType) override;
+
+  // Table readers: each reads the table at the top of the stack and leaves it
+  // there. They run under the mutex of the calling query and never lock.
+  PropertyInfo FillProperty() const;
+  std::map<std::string, PropertyInfo> InGetPropertyIds() const;
+  std::vector<LuaParameter> GetLuaParameters();
+  void FillLuaParameter(std::vector<LuaParameter>& parameters);
+  LuaParameterShowIf FillLuaParameterShowIf() const;
+  void FillLuaParameterShowIfPropertyIds(
+      std::vector<LuaParameterShowIfPropertyIds>& propertyIds) const;
+  std::vector<LuxStaticData> InGetStaticData();
+  void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
+
+ private:
+  bool m_loaded = false;
+};
+
+}  // namespace Korvex::luaknxdownloadhandler

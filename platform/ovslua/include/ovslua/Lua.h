@@ -1,0 +1,126 @@
+#pragma once
+// The device's Lua wrapper: one Lua 5.4 interpreter, a lock, and typed calls.
+
+#include <log4cplus/logger.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+struct lua_State;
+
+namespace ovslua {
+
+/// Thrown out of the interpreter when Lua raises an error outside any protected
+/// call, where stock Lua would call abort() and take the host process down.
+class LuaPanicError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Lua {
+ public:
+  /// A positional list of values: the arguments of a call, or the declared
+  /// kinds of its results. Positions are kept as decimal text keys ("0", "1").
+  class Args {
+   public:
+    class Arg {
+     public:
+      enum Kind : int {
+        None = 0,
+        Boolean = 1,
+        Integer = 2,   // signed 64-bit
+        Unsigned = 3,  // unsigned, never pushed as a negative Lua integer
+        Number = 4,    // double
+        String = 5,
+      };
+
+      Arg() = default;
+      static Arg FromBool(bool value);
+      static Arg FromInt(std::int64_t value);
+      static Arg FromUnsigned(std::uint64_t value);
+      static Arg FromDouble(double value);
+      static Arg FromString(std::string value);
+      /// An empty entry of that kind, to declare an expected result.
+      static Arg OfKind(int kind);
+
+      int GetKind() const noexcept { return m_kind; }
+      bool GetBool() const noexcept { return m_value.b; }
+      std::int64_t GetInt() const noexcept { return m_value.i; }
+      std::uint64_t GetUnsigned() const noexcept { return m_value.u; }
+      double GetDouble() const noexcept { return m_value.d; }
+      const std::string& GetText() const noexcept { return m_text; }
+
+      /// Truthiness by kind: a boolean's value, a number not 0, a string not empty.
+      explicit operator bool() const noexcept;
+      /// The text of a string entry, or the decimal text of a numeric one.
+      explicit operator std::string() const;
+
+     private:
+      friend class Lua;
+      int m_kind = None;
+      union Value {
+        std::int64_t i;
+        std::uint64_t u;
+        double d;
+        bool b;
+      } m_value{0};
+      std::string m_text;
+    };
+
+    /// Appends a kind-3 entry holding value.
+    Args& operator+=(unsigned int& value);
+    /// Appends the entry, moved.
+    Args& operator+=(Arg&& arg);
+    /// The entry at that position, or a default entry of kind none.
+    Arg& operator[](unsigned int position);
+    const Arg& operator[](unsigned int position) const;
+
+    std::size_t Count() const noexcept { return m_args.size(); }
+    bool Empty() const noexcept { return m_args.empty(); }
+    /// Entries by their text position (so "10" sorts before "2").
+    const std::map<std::string, Arg>& Entries() const noexcept { return m_args; }
+
+   private:
+    std::map<std::string, Arg> m_args;
+    Arg m_none;
+  };
+
+  Lua();
+  virtual ~Lua();
+  Lua(const Lua&) = delete;
+  Lua& operator=(const Lua&) = delete;
+
+  /// Creates the interpreter (closing any earlier one), opens the standard
+  /// libraries and installs the panic handler. False when Lua has no memory.
+  bool Initialize();
+  /// Loads and runs the script file, source text only: precompiled bytecode is
+  /// refused because crafted bytecode can crash the interpreter.
+  bool Load(const std::string& scriptPath) const;
+  /// Calls the global function name with in pushed in position order, reading
+  /// as many results as out has entries into their declared kinds. Takes the
+  /// mutex. Logs a failure on sm_logger.
+  bool Call(const std::string& name, const Args& in, Args& out) const;
+
+  void PushArguments(const Args& args) const;
+  void PopReturnValues(Args& results) const;
+  /// Copies the error object of a failed protected call into the last error
+  /// message and removes it from the stack.
+  void SetErrorMessage() const;
+  /// "LUA_ERRRUN" and its kin, or null for a status Lua does not define.
+  static const char* GetErrorAsText(int status);
+  /// Closes the interpreter; safe when there is none.
+  void Release();
+
+  static log4cplus::Logger sm_logger;
+
+ protected:
+  lua_State* m_luaState = nullptr;
+  mutable std::mutex m_mutex;
+  mutable int m_status = 0;
+  mutable std::string m_errorMessage;
+};
+
+}  // namespace ovslua
