@@ -13,8 +13,7 @@ template boost::optional<bool> GetValueWithId<bool>(PropertyInfo, const Interfac
 template boost::optional<unsigned char> GetValueWithId<unsigned char>(
     PropertyInfo, const InterfaceObjectMap&, std::function<unsigned char(KnxStack::BinaryData&)>);
 template boost::optional<unsigned short> GetValueWithId<unsigned short>(
-    PropertyInfo, const InterfaceObjectMap&,
-    std::function<unsigned short(KnxStack::BinaryData&)>);
+    PropertyInfo, const InterfaceObjectMap&, std::function<unsigned short(KnxStack::BinaryData&)>);
 template boost::optional<unsigned int> GetValueWithId<unsigned int>(
     PropertyInfo, const InterfaceObjectMap&, std::function<unsigned int(KnxStack::BinaryData&)>);
 template boost::optional<float> GetValueWithId<float>(PropertyInfo, const InterfaceObjectMap&,
@@ -64,8 +63,8 @@ std::string StringFromMemory(const boost::optional<unsigned int>& address, Prope
 std::string GetStringFromArrayWithId(PropertyInfo info, unsigned int index,
                                      const InterfaceObjectMap& interfaceObjects,
                                      std::string&& fallback) {
-  auto value = GetValueFromArrayWithId<std::string>(info, index, interfaceObjects,
-                                                    &detail::ReadString);
+  auto value =
+      GetValueFromArrayWithId<std::string>(info, index, interfaceObjects, &detail::ReadString);
   return value ? std::move(*value) : std::move(fallback);
 }
 

@@ -6,8 +6,8 @@
 
 #include <KnxStack/BinaryData.h>
 
-#include <boost/optional.hpp>
 #include <log4cplus/logger.h>
+#include <boost/optional.hpp>
 #include <pugixml.hpp>
 
 #include <cstdint>

@@ -33,9 +33,8 @@ void AddParameter<unsigned int>(pugi::xml_node& parent, const char* key, const u
 
 /// Puts the function attributes on element itself, in their fixed order;
 /// "luaTemplateIndex" only when not empty.
-void AddFunctionParameter(pugi::xml_node& element, const std::string& name,
-                          const std::string& type, unsigned int functionId,
-                          const std::string& functionUrn, const std::string& channelTypeUrn,
-                          const std::string& luaTemplateIndex);
+void AddFunctionParameter(pugi::xml_node& element, const std::string& name, const std::string& type,
+                          unsigned int functionId, const std::string& functionUrn,
+                          const std::string& channelTypeUrn, const std::string& luaTemplateIndex);
 
 }  // namespace Korvex::luaknxdownloadhandler

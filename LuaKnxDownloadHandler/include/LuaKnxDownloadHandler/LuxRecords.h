@@ -25,11 +25,11 @@ struct LuaParameterShowIf {
 
 /// One parameter of a function or a static-data record.
 struct LuaParameter {
-  std::string key;           // "Key"
-  std::string type;          // "Type"
+  std::string key;            // "Key"
+  std::string type;           // "Type"
   LuaParameterShowIf showIf;  // "ShowIf"
-  std::int32_t digits = 0;   // "Digits"
-  PropertyInfo property;     // "Property"
+  std::int32_t digits = 0;    // "Digits"
+  PropertyInfo property;      // "Property"
 };
 
 /// One static-data record with its nested records.

@@ -2,9 +2,9 @@
 // Typed reads of KNX property values, array elements and memory-image strings,
 // and the shared formatter objects of the document builder.
 
-#include <Korvex/IKnxDownloadHandler.h>
 #include <KnxStack/BinaryData.h>
 #include <KnxStack/IInterfaceObject.h>
+#include <Korvex/IKnxDownloadHandler.h>
 
 #include <boost/format.hpp>
 #include <boost/optional.hpp>
@@ -27,11 +27,11 @@ struct PropertyInfo {
 
 // Process-wide formatters, made once at library load and reused on every use.
 // They change state with each use: one document build at a time.
-extern boost::format s_folderFormat;            // "Folder %d"
-extern boost::format s_functionFormat;          // "Function %d"
-extern boost::format s_nameNumberFormat;        // "%s %d"
-extern boost::format s_wrongPropertyIdFormat;   // "ERROR: maybe wrong property id (%d), ..."
-extern boost::format s_floorCallButtonFormat;   // "Floor call button"
+extern boost::format s_folderFormat;           // "Folder %d"
+extern boost::format s_functionFormat;         // "Function %d"
+extern boost::format s_nameNumberFormat;       // "%s %d"
+extern boost::format s_wrongPropertyIdFormat;  // "ERROR: maybe wrong property id (%d), ..."
+extern boost::format s_floorCallButtonFormat;  // "Floor call button"
 
 namespace detail {
 
@@ -40,7 +40,8 @@ namespace detail {
 inline const KnxStack::IProperty* FindProperty(PropertyInfo info,
                                                const InterfaceObjectMap& interfaceObjects) {
   const auto entry = interfaceObjects.find(info.InterfaceObjectId);
-  if (entry == interfaceObjects.end() || entry->second.empty() || entry->second.front() == nullptr) {
+  if (entry == interfaceObjects.end() || entry->second.empty() ||
+      entry->second.front() == nullptr) {
     return nullptr;
   }
   return entry->second.front()->GetProperty(info.PropertyId);

@@ -38,6 +38,8 @@ class Property final : public IProperty {
   std::uint8_t m_id;
   PropertyDataType m_pdt;
   BinaryData m_elements;
+  std::uint32_t m_elementSize = 0;
+  std::uint32_t m_elementCount = 0;
   bool m_readable = true;
   bool m_countAvailable = true;
 };
