@@ -136,8 +136,13 @@ TEST(BinaryData, StringPastTheEndIsEmpty) {
 }
 
 TEST(BinaryData, StringKeepsNonAsciiBytes) {
-  const BinaryData data(std::string("K\xC3\xBC" "che\0x", 8));
-  EXPECT_EQ(data.GetStringValue(0), "K\xC3\xBC" "che");
+  const BinaryData data(
+      std::string("K\xC3\xBC"
+                  "che\0x",
+                  8));
+  EXPECT_EQ(data.GetStringValue(0),
+            "K\xC3\xBC"
+            "che");
 }
 
 TEST(BinaryData, StringOfARangeStopsAtTheRangeEnd) {
@@ -194,7 +199,7 @@ TEST(BinaryData, RangeSharesStorageWithItsSource) {
 
 TEST(BinaryData, NestedRangesShareStorageAndKeepTheirOffsets) {
   const BinaryData data = Bytes({0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
-  const BinaryData outer = data.GetRange(3, 6);  // 3..8
+  const BinaryData outer = data.GetRange(3, 6);    // 3..8
   const BinaryData inner = outer.GetRange(2, 10);  // 5..8, clipped to the outer range
   EXPECT_EQ(inner.GetData(), data.GetData() + 5);
   EXPECT_EQ(inner.ToVector(), (std::vector<std::uint8_t>{5, 6, 7, 8}));
@@ -203,7 +208,7 @@ TEST(BinaryData, NestedRangesShareStorageAndKeepTheirOffsets) {
 
 TEST(BinaryData, CopiesShareStorage) {
   const BinaryData data = Bytes({7, 8, 9});
-  const BinaryData copy = data;  // NOLINT(performance-unnecessary-copy-initialization)
+  const BinaryData copy = data;
   EXPECT_EQ(copy.GetData(), data.GetData());
   EXPECT_EQ(copy, data);
 }

@@ -9,9 +9,13 @@ namespace KnxStack {
 
 namespace {
 
+// A truncation test rather than "> UINT32_MAX", which is always false (and warned about) where
+// size_t is 32 bits.
+bool FitsUInt32(std::size_t value) { return static_cast<std::uint32_t>(value) == value; }
+
 std::uint32_t CheckedElementSize(PropertyDataType pdt, const BinaryData& elements) {
   if (pdt == PropertyDataType::PDT_VARIABLE_LENGTH) {
-    if (elements.GetSize() > std::numeric_limits<std::uint32_t>::max()) {
+    if (!FitsUInt32(elements.GetSize())) {
       throw std::invalid_argument("Property: variable-length value too long");
     }
     return static_cast<std::uint32_t>(elements.GetSize());
@@ -34,7 +38,7 @@ std::uint32_t CheckedElementCount(PropertyDataType pdt, std::uint32_t elementSiz
                                 "-byte elements");
   }
   const std::size_t count = elements.GetSize() / elementSize;
-  if (count > std::numeric_limits<std::uint32_t>::max()) {
+  if (!FitsUInt32(count)) {
     throw std::invalid_argument("Property: too many elements");
   }
   return static_cast<std::uint32_t>(count);

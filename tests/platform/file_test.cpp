@@ -1,0 +1,599 @@
+#include <Helper/File.h>
+
+#include "TempDir.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <boost/filesystem/operations.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = boost::filesystem;
+using Helper::File::read_file;
+using Helper::File::write_file;
+using Helper::File::WriteFileMode;
+using Helper::File::detail::DefaultFileSystemOps;
+using Helper::File::detail::FileSystemOps;
+using Helper::File::detail::SetFileSystemOps;
+using lkdh::test::ReadWholeFile;
+using lkdh::test::TempDir;
+
+// What the fake system calls do and what they saw; reset before every test.
+struct FakeState {
+  std::vector<std::string> events;
+  std::vector<std::string> openedPaths;
+  std::set<int> openFds;
+  int exclusiveOpensFailingWithEexist = 0;
+  int interruptedOpens = 0;
+  int writeCalls = 0;
+  int failWriteAtCall = 0;  // 1-based; 0 never
+  int writeErrno = ENOSPC;
+  std::size_t maxBytesPerWrite = 0;  // 0: unlimited
+  int interruptedWrites = 0;
+  bool writeReturnsZero = false;
+  bool writeThrows = false;
+  int readCalls = 0;
+  std::size_t maxBytesPerRead = 0;
+  int interruptedReads = 0;
+  bool failRead = false;
+  bool failFsync = false;
+  int interruptedFsyncs = 0;
+  bool failClose = false;
+  bool failRename = false;
+  bool failFsyncDirectory = false;
+};
+
+FakeState g_fake;
+
+const FileSystemOps& Real() { return DefaultFileSystemOps(); }
+
+int FakeOpen(const char* path, int flags, mode_t mode) {
+  g_fake.events.push_back(std::string("open ") + path);
+  g_fake.openedPaths.emplace_back(path);
+  if (g_fake.interruptedOpens > 0) {
+    --g_fake.interruptedOpens;
+    errno = EINTR;
+    return -1;
+  }
+  if ((flags & O_EXCL) != 0 && g_fake.exclusiveOpensFailingWithEexist > 0) {
+    --g_fake.exclusiveOpensFailingWithEexist;
+    errno = EEXIST;
+    return -1;
+  }
+  const int fd = Real().open(path, flags, mode);
+  if (fd >= 0) g_fake.openFds.insert(fd);
+  return fd;
+}
+
+ssize_t FakeWrite(int fd, const void* data, std::size_t size) {
+  ++g_fake.writeCalls;
+  g_fake.events.push_back("write");
+  if (g_fake.writeThrows) throw std::runtime_error("write exploded");
+  if (g_fake.interruptedWrites > 0) {
+    --g_fake.interruptedWrites;
+    errno = EINTR;
+    return -1;
+  }
+  if (g_fake.failWriteAtCall == g_fake.writeCalls) {
+    errno = g_fake.writeErrno;
+    return -1;
+  }
+  if (g_fake.writeReturnsZero) return 0;
+  if (g_fake.maxBytesPerWrite != 0) size = std::min(size, g_fake.maxBytesPerWrite);
+  return Real().write(fd, data, size);
+}
+
+ssize_t FakeRead(int fd, void* data, std::size_t size) {
+  ++g_fake.readCalls;
+  if (g_fake.interruptedReads > 0) {
+    --g_fake.interruptedReads;
+    errno = EINTR;
+    return -1;
+  }
+  if (g_fake.failRead) {
+    errno = EIO;
+    return -1;
+  }
+  if (g_fake.maxBytesPerRead != 0) size = std::min(size, g_fake.maxBytesPerRead);
+  return Real().read(fd, data, size);
+}
+
+int FakeFsync(int fd) {
+  g_fake.events.push_back("fsync");
+  if (g_fake.interruptedFsyncs > 0) {
+    --g_fake.interruptedFsyncs;
+    errno = EINTR;
+    return -1;
+  }
+  if (g_fake.failFsync) {
+    errno = EIO;
+    return -1;
+  }
+  return Real().fsync(fd);
+}
+
+int FakeClose(int fd) {
+  g_fake.events.push_back("close");
+  g_fake.openFds.erase(fd);
+  // Like Linux: the descriptor is gone even when close reports an error.
+  const int result = Real().close(fd);
+  if (g_fake.failClose) {
+    errno = EIO;
+    return -1;
+  }
+  return result;
+}
+
+int FakeRename(const char* from, const char* to) {
+  g_fake.events.push_back(std::string("rename ") + from + " -> " + to);
+  if (g_fake.failRename) {
+    errno = EXDEV;
+    return -1;
+  }
+  return Real().rename(from, to);
+}
+
+int FakeFsyncDirectory(const char* directory) {
+  g_fake.events.push_back(std::string("fsyncDirectory ") + directory);
+  if (g_fake.failFsyncDirectory) {
+    errno = EINVAL;
+    return -1;
+  }
+  return Real().fsyncDirectory(directory);
+}
+
+int FakeUnlink(const char* path) {
+  g_fake.events.push_back(std::string("unlink ") + path);
+  return Real().unlink(path);
+}
+
+std::set<std::string> Entries(const fs::path& directory) {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    names.insert(entry.path().filename().string());
+  }
+  return names;
+}
+
+bool StartsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// Positions of the first event starting with each prefix, for order checks.
+std::ptrdiff_t IndexOf(const std::string& prefix) {
+  const auto& events = g_fake.events;
+  const auto it = std::find_if(events.begin(), events.end(),
+                               [&](const std::string& e) { return StartsWith(e, prefix); });
+  return it == events.end() ? -1 : it - events.begin();
+}
+
+class FileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_fake = FakeState{};
+    m_previous = SetFileSystemOps({FakeOpen, FakeWrite, FakeRead, FakeFsync, FakeClose, FakeRename,
+                                   FakeFsyncDirectory, FakeUnlink});
+  }
+  void TearDown() override {
+    SetFileSystemOps(m_previous);
+    EXPECT_TRUE(g_fake.openFds.empty()) << "a file descriptor was left open";
+  }
+
+  // Whether a temporary file was created during the call (so "none left" means something).
+  static bool TemporaryWasCreated(const std::string& targetName) {
+    for (const auto& path : g_fake.openedPaths) {
+      if (StartsWith(fs::path(path).filename().string(), "." + targetName + ".tmp-")) return true;
+    }
+    return false;
+  }
+
+  // Runs a replace that must fail and checks that the old file and the directory are untouched.
+  void ExpectFailedReplaceKeepsOldFile() {
+    const fs::path target = m_dir.WriteFile("etsproject.xml", "old content");
+    EXPECT_FALSE(write_file(target, "new and longer content", WriteFileMode::Replace));
+    EXPECT_EQ(ReadWholeFile(target), "old content");
+    EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{"etsproject.xml"});
+    EXPECT_TRUE(TemporaryWasCreated("etsproject.xml"));
+    EXPECT_EQ(IndexOf("fsyncDirectory"), -1);
+  }
+
+  TempDir m_dir;
+  FileSystemOps m_previous{};
+};
+
+// ---- read_file ----
+
+TEST_F(FileTest, ReadFileReturnsTheWholeContentIncludingZeroBytes) {
+  const std::string content("a\0b\xFF\0\n\r end", 12);
+  const fs::path path = m_dir.WriteFile("data.bin", content);
+  std::string read;
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, content);
+}
+
+TEST_F(FileTest, ReadFileReadsFilesLargerThanOneChunk) {
+  std::string content;
+  for (int i = 0; i < 300000; ++i) content.push_back(static_cast<char>(i * 7 % 256));
+  const fs::path path = m_dir.WriteFile("large.bin", content);
+  std::string read;
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, content);
+}
+
+TEST_F(FileTest, ReadFileReplacesWhatTheStringHeldBefore) {
+  const fs::path path = m_dir.WriteFile("short.txt", "xy");
+  std::string read = "stale content";
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, "xy");
+}
+
+TEST_F(FileTest, ReadFileOfAnEmptyFileGivesAnEmptyString) {
+  const fs::path path = m_dir.WriteFile("empty.txt", "");
+  std::string read = "stale";
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, "");
+}
+
+TEST_F(FileTest, ReadFileCollectsShortReads) {
+  g_fake.maxBytesPerRead = 3;
+  const fs::path path = m_dir.WriteFile("data.txt", "0123456789abcdef");
+  std::string read;
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, "0123456789abcdef");
+  EXPECT_GE(g_fake.readCalls, 6);
+}
+
+TEST_F(FileTest, ReadFileRetriesInterruptedCalls) {
+  g_fake.interruptedOpens = 1;
+  g_fake.interruptedReads = 2;
+  const fs::path path = m_dir.WriteFile("data.txt", "content");
+  std::string read;
+  ASSERT_TRUE(read_file(path, read));
+  EXPECT_EQ(read, "content");
+}
+
+TEST_F(FileTest, ReadFileFailsOnAReadError) {
+  g_fake.failRead = true;
+  const fs::path path = m_dir.WriteFile("data.txt", "content");
+  std::string read;
+  EXPECT_FALSE(read_file(path, read));
+}
+
+TEST_F(FileTest, ReadFileFailsForAMissingFile) {
+  std::string read;
+  EXPECT_FALSE(read_file(m_dir.Path() / "missing.txt", read));
+  EXPECT_FALSE(read_file(m_dir.Path() / "missing-dir" / "file.txt", read));
+}
+
+TEST_F(FileTest, ReadFileFailsForADirectory) {
+  std::string read;
+  EXPECT_FALSE(read_file(m_dir.Path(), read));
+}
+
+TEST_F(FileTest, ReadFileFailsForAnEmptyPath) {
+  std::string read;
+  EXPECT_FALSE(read_file(fs::path(), read));
+}
+
+TEST_F(FileTest, ReadFileRefusesAPathWithAnEmbeddedZeroByte) {
+  // Through the C API this would name "data.txt" and read the wrong file.
+  m_dir.WriteFile("data.txt", "content");
+  std::string read;
+  EXPECT_FALSE(read_file(m_dir.Path() / std::string("data.txt\0.bak", 13), read));
+}
+
+// ---- write_file, Replace ----
+
+TEST_F(FileTest, ReplaceCreatesAMissingFileWithExactlyTheData) {
+  const fs::path target = m_dir.Path() / "etsproject.xml";
+  const std::string data("<?xml?>\0\xFF<etsproject/>\n", 22);
+  ASSERT_TRUE(write_file(target, data, WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), data);
+  EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{"etsproject.xml"});
+}
+
+TEST_F(FileTest, ReplaceOverwritesLongerContentCompletely) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "a much longer old document text");
+  ASSERT_TRUE(write_file(target, "short", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "short");
+}
+
+TEST_F(FileTest, ReplaceOverwritesShorterContentCompletely) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  ASSERT_TRUE(write_file(target, "a longer new document", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "a longer new document");
+}
+
+TEST_F(FileTest, ReplaceWithNoDataLeavesAnEmptyFile) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  ASSERT_TRUE(write_file(target, "", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "");
+}
+
+TEST_F(FileTest, ReplaceGivesTheNewFileMode0644LessTheUmask) {
+  const mode_t mask = ::umask(022);
+  ::umask(mask);
+  const fs::path target = m_dir.Path() / "etsproject.xml";
+  ASSERT_TRUE(write_file(target, "x", WriteFileMode::Replace));
+  struct stat info {};
+  ASSERT_EQ(::stat(target.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0644u & ~mask);
+}
+
+TEST_F(FileTest, ReplaceWritesATemporaryBesideTheTargetAndRenamesIt) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  ASSERT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+
+  ASSERT_EQ(g_fake.openedPaths.size(), 1u);
+  const fs::path temporary = g_fake.openedPaths[0];
+  EXPECT_EQ(temporary.parent_path(), target.parent_path());
+  EXPECT_TRUE(StartsWith(temporary.filename().string(), ".etsproject.xml.tmp-"))
+      << temporary.filename();
+  // The target itself is never opened, so a crash cannot leave it half written.
+  EXPECT_NE(temporary, target);
+
+  const auto write = IndexOf("write");
+  const auto fsync = IndexOf("fsync");
+  const auto close = IndexOf("close");
+  const auto rename = IndexOf("rename " + temporary.string() + " -> " + target.string());
+  const auto directorySync = IndexOf("fsyncDirectory " + target.parent_path().string());
+  ASSERT_GE(write, 0);
+  EXPECT_LT(write, fsync);
+  EXPECT_LT(fsync, close);
+  EXPECT_LT(close, rename);
+  EXPECT_LT(rename, directorySync);
+  EXPECT_EQ(IndexOf("unlink"), -1);
+  EXPECT_FALSE(fs::exists(temporary));
+}
+
+TEST_F(FileTest, ReplaceUsesAFreshTemporaryNameEachTime) {
+  const fs::path target = m_dir.Path() / "etsproject.xml";
+  ASSERT_TRUE(write_file(target, "one", WriteFileMode::Replace));
+  ASSERT_TRUE(write_file(target, "two", WriteFileMode::Replace));
+  ASSERT_EQ(g_fake.openedPaths.size(), 2u);
+  EXPECT_NE(g_fake.openedPaths[0], g_fake.openedPaths[1]);
+  EXPECT_EQ(ReadWholeFile(target), "two");
+}
+
+TEST_F(FileTest, ReplaceTriesAnotherTemporaryNameWhenOneIsTaken) {
+  g_fake.exclusiveOpensFailingWithEexist = 2;
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  ASSERT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "new");
+  ASSERT_EQ(g_fake.openedPaths.size(), 3u);
+  EXPECT_NE(g_fake.openedPaths[0], g_fake.openedPaths[1]);
+  EXPECT_NE(g_fake.openedPaths[1], g_fake.openedPaths[2]);
+}
+
+TEST_F(FileTest, ReplaceGivesUpWhenEveryTemporaryNameIsTaken) {
+  g_fake.exclusiveOpensFailingWithEexist = 1000000;
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  EXPECT_FALSE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "old");
+  EXPECT_LE(g_fake.openedPaths.size(), 1000u);
+}
+
+TEST_F(FileTest, ReplaceKeepsTheTemporaryNameWithinTheFileNameLimit) {
+  const std::string longName(250, 'n');
+  const fs::path target = m_dir.Path() / longName;
+  ASSERT_TRUE(write_file(target, "content", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "content");
+  ASSERT_EQ(g_fake.openedPaths.size(), 1u);
+  EXPECT_LE(fs::path(g_fake.openedPaths[0]).filename().string().size(),
+            static_cast<std::size_t>(NAME_MAX));
+  EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{longName});
+}
+
+TEST_F(FileTest, ReplaceCollectsShortWrites) {
+  g_fake.maxBytesPerWrite = 3;
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  const std::string data = "written three bytes at a time";
+  ASSERT_TRUE(write_file(target, data, WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), data);
+  EXPECT_GE(g_fake.writeCalls, 10);
+}
+
+TEST_F(FileTest, ReplaceRetriesInterruptedWritesAndFsyncs) {
+  g_fake.interruptedWrites = 2;
+  g_fake.interruptedFsyncs = 1;
+  g_fake.interruptedOpens = 1;
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  ASSERT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "new");
+}
+
+TEST_F(FileTest, ReplaceWritesLargeDataCompletely) {
+  std::string data;
+  for (int i = 0; i < (1 << 20) + 17; ++i) data.push_back(static_cast<char>(i % 251));
+  g_fake.maxBytesPerWrite = 65536 + 3;
+  const fs::path target = m_dir.Path() / "large.xml";
+  ASSERT_TRUE(write_file(target, data, WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), data);
+}
+
+TEST_F(FileTest, ReplaceFailingWithDiskFullKeepsTheOldFile) {
+  g_fake.failWriteAtCall = 1;
+  g_fake.writeErrno = ENOSPC;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceFailingAfterAShortWriteKeepsTheOldFile) {
+  g_fake.maxBytesPerWrite = 3;
+  g_fake.failWriteAtCall = 2;
+  ExpectFailedReplaceKeepsOldFile();
+  EXPECT_EQ(g_fake.writeCalls, 2);
+}
+
+TEST_F(FileTest, ReplaceWhoseWritesMakeNoProgressFailsInsteadOfLooping) {
+  g_fake.writeReturnsZero = true;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceWithAFailingFsyncKeepsTheOldFile) {
+  g_fake.failFsync = true;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceWithAFailingCloseKeepsTheOldFile) {
+  g_fake.failClose = true;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceWithAFailingRenameKeepsTheOldFile) {
+  g_fake.failRename = true;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceSurvivesAnExceptionFromBelowAndCleansUp) {
+  g_fake.writeThrows = true;
+  ExpectFailedReplaceKeepsOldFile();
+}
+
+TEST_F(FileTest, ReplaceThatFailsCreatesNoFileWhereThereWasNone) {
+  g_fake.failFsync = true;
+  const fs::path target = m_dir.Path() / "etsproject.xml";
+  EXPECT_FALSE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_TRUE(Entries(m_dir.Path()).empty());
+}
+
+TEST_F(FileTest, ReplaceStillSucceedsWhenTheDirectoryCannotBeSynced) {
+  // The rename has already put the new content in place; reporting failure would hide it.
+  g_fake.failFsyncDirectory = true;
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  EXPECT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "new");
+  EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{"etsproject.xml"});
+  EXPECT_GE(IndexOf("fsyncDirectory"), 0);
+}
+
+TEST_F(FileTest, ReplaceIntoAMissingDirectoryFailsCleanly) {
+  const fs::path target = m_dir.Path() / "missing" / "etsproject.xml";
+  EXPECT_FALSE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_FALSE(fs::exists(target.parent_path()));
+  EXPECT_TRUE(Entries(m_dir.Path()).empty());
+}
+
+TEST_F(FileTest, ReplaceOfADirectoryFailsAndLeavesItAlone) {
+  fs::create_directory(m_dir.Path() / "folder");
+  m_dir.WriteFile("folder/inside.txt", "keep");
+  EXPECT_FALSE(write_file(m_dir.Path() / "folder", "new", WriteFileMode::Replace));
+  EXPECT_TRUE(fs::is_directory(m_dir.Path() / "folder"));
+  EXPECT_EQ(ReadWholeFile(m_dir.Path() / "folder" / "inside.txt"), "keep");
+  EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{"folder"});
+}
+
+TEST_F(FileTest, ReplaceOfAPathWithoutFileNameFails) {
+  EXPECT_FALSE(write_file(m_dir.Path() / ".", "new", WriteFileMode::Replace));
+  EXPECT_FALSE(write_file(m_dir.Path() / "..", "new", WriteFileMode::Replace));
+  EXPECT_FALSE(write_file(fs::path(m_dir.Path().string() + "/"), "new", WriteFileMode::Replace));
+  EXPECT_FALSE(write_file(fs::path(), "new", WriteFileMode::Replace));
+  EXPECT_TRUE(Entries(m_dir.Path()).empty());
+}
+
+TEST_F(FileTest, ReplaceRefusesAPathWithAnEmbeddedZeroByte) {
+  EXPECT_FALSE(write_file(m_dir.Path() / std::string("a\0b", 3), "new", WriteFileMode::Replace));
+  EXPECT_TRUE(Entries(m_dir.Path()).empty());
+}
+
+TEST_F(FileTest, ReplaceOfARelativePathUsesTheWorkingDirectory) {
+  const fs::path previous = fs::current_path();
+  fs::current_path(m_dir.Path());
+  const bool written = write_file("relative.xml", "content", WriteFileMode::Replace);
+  fs::current_path(previous);
+  ASSERT_TRUE(written);
+  EXPECT_EQ(ReadWholeFile(m_dir.Path() / "relative.xml"), "content");
+  EXPECT_GE(IndexOf("fsyncDirectory ."), 0);
+}
+
+TEST_F(FileTest, UnknownWriteModeFails) {
+  const fs::path target = m_dir.Path() / "file.txt";
+  EXPECT_FALSE(write_file(target, "data", static_cast<WriteFileMode>(7)));
+  EXPECT_FALSE(fs::exists(target));
+}
+
+// ---- write_file, Append ----
+
+TEST_F(FileTest, AppendCreatesAMissingFile) {
+  const fs::path target = m_dir.Path() / "log.txt";
+  ASSERT_TRUE(write_file(target, std::string("first\0", 6), WriteFileMode::Append));
+  EXPECT_EQ(ReadWholeFile(target), std::string("first\0", 6));
+}
+
+TEST_F(FileTest, AppendAddsToTheEndOfExistingContent) {
+  const fs::path target = m_dir.WriteFile("log.txt", "one;");
+  ASSERT_TRUE(write_file(target, "two;", WriteFileMode::Append));
+  ASSERT_TRUE(write_file(target, "three", WriteFileMode::Append));
+  EXPECT_EQ(ReadWholeFile(target), "one;two;three");
+}
+
+TEST_F(FileTest, AppendCollectsShortWrites) {
+  g_fake.maxBytesPerWrite = 2;
+  const fs::path target = m_dir.WriteFile("log.txt", "start:");
+  ASSERT_TRUE(write_file(target, "appended", WriteFileMode::Append));
+  EXPECT_EQ(ReadWholeFile(target), "start:appended");
+}
+
+TEST_F(FileTest, AppendReportsAFailedWrite) {
+  g_fake.failWriteAtCall = 1;
+  const fs::path target = m_dir.WriteFile("log.txt", "start:");
+  EXPECT_FALSE(write_file(target, "appended", WriteFileMode::Append));
+  EXPECT_EQ(ReadWholeFile(target), "start:");
+}
+
+TEST_F(FileTest, AppendReportsAFailedClose) {
+  g_fake.failClose = true;
+  const fs::path target = m_dir.WriteFile("log.txt", "start:");
+  EXPECT_FALSE(write_file(target, "appended", WriteFileMode::Append));
+}
+
+TEST_F(FileTest, AppendIntoAMissingDirectoryFails) {
+  EXPECT_FALSE(write_file(m_dir.Path() / "missing" / "log.txt", "x", WriteFileMode::Append));
+  EXPECT_TRUE(Entries(m_dir.Path()).empty());
+}
+
+// ---- the operations table ----
+
+TEST(FileSystemOps, DefaultOperationsAreAllSet) {
+  const FileSystemOps& ops = DefaultFileSystemOps();
+  EXPECT_NE(ops.open, nullptr);
+  EXPECT_NE(ops.write, nullptr);
+  EXPECT_NE(ops.read, nullptr);
+  EXPECT_NE(ops.fsync, nullptr);
+  EXPECT_NE(ops.close, nullptr);
+  EXPECT_NE(ops.rename, nullptr);
+  EXPECT_NE(ops.fsyncDirectory, nullptr);
+  EXPECT_NE(ops.unlink, nullptr);
+}
+
+TEST(FileSystemOps, UnsetOperationsFallBackToTheRealCalls) {
+  const FileSystemOps previous = SetFileSystemOps(FileSystemOps{});
+  TempDir dir;
+  const fs::path target = dir.Path() / "real.txt";
+  const bool written = write_file(target, "real", WriteFileMode::Replace);
+  std::string read;
+  const bool readBack = read_file(target, read);
+  SetFileSystemOps(previous);
+  EXPECT_TRUE(written);
+  EXPECT_TRUE(readBack);
+  EXPECT_EQ(read, "real");
+}
+
+TEST(FileSystemOps, SetReturnsTheOperationsItReplaced) {
+  const FileSystemOps previous =
+      SetFileSystemOps({FakeOpen, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr});
+  const FileSystemOps replaced = SetFileSystemOps(previous);
+  EXPECT_EQ(replaced.open, &FakeOpen);
+  EXPECT_EQ(replaced.write, DefaultFileSystemOps().write);
+}
+
+}  // namespace
