@@ -1,0 +1,256 @@
+// knx-download-host: loads a download-handler plug-in as the device's host
+// application does and hands it a download read from a JSON dump.
+
+#include "DownloadDump.h"
+#include "PluginLoader.h"
+
+#include <Korvex/IKnxDownloadHandler.h>
+
+#include <log4cplus/configurator.h>
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+#include <log4cplus/loglevel.h>
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace {
+
+using lkdh::host::DownloadDump;
+using lkdh::host::DumpError;
+using lkdh::host::HandlerOwner;
+using lkdh::host::PluginError;
+using lkdh::host::PluginLibrary;
+
+constexpr const char* kProgram = "knx-download-host";
+
+enum ExitCode : int {
+  kExitOk = 0,
+  kExitUnexpected = 1,
+  kExitUsage = 2,
+  kExitPlugin = 3,
+  kExitNotLoaded = 4,
+};
+
+struct Options {
+  std::string plugin;
+  std::string configuration;
+  std::string appData = "0";
+  std::string repeat = "1";
+  bool emptyCallback = false;
+  std::string logLevel = "INFO";
+  std::string logConfig;
+  std::string dump;
+};
+
+// Plain decimal only: CLI11's own conversion would read "010" as octal and "0x10" as hex.
+std::optional<std::uint32_t> ParseDecimalUint32(const std::string& text) {
+  if (text.empty() || text.size() > 10) return std::nullopt;
+  std::uint64_t value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return std::nullopt;
+    value = value * 10 + static_cast<std::uint64_t>(c - '0');
+  }
+  if (value > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+  return static_cast<std::uint32_t>(value);
+}
+
+CLI::Validator Uint32Validator(std::uint32_t minimum) {
+  return CLI::Validator(
+      [minimum](std::string& text) -> std::string {
+        const auto value = ParseDecimalUint32(text);
+        if (!value || *value < minimum) {
+          return "expected a decimal number from " + std::to_string(minimum) +
+                 " to 4294967295, got '" + text + "'";
+        }
+        return {};
+      },
+      "");
+}
+
+log4cplus::LogLevel LevelFromName(const std::string& name) {
+  if (name == "TRACE") return log4cplus::TRACE_LOG_LEVEL;
+  if (name == "DEBUG") return log4cplus::DEBUG_LOG_LEVEL;
+  if (name == "WARN") return log4cplus::WARN_LOG_LEVEL;
+  if (name == "ERROR") return log4cplus::ERROR_LOG_LEVEL;
+  return log4cplus::INFO_LOG_LEVEL;
+}
+
+void ConfigureLogging(const Options& options) {
+  if (!options.logConfig.empty()) {
+    log4cplus::PropertyConfigurator::doConfigure(options.logConfig);
+    return;
+  }
+  log4cplus::SharedAppenderPtr appender(
+      new log4cplus::ConsoleAppender(/*logToStdErr=*/true, /*immediateFlush=*/true));
+  appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%p %c - %m%n"));
+  log4cplus::Logger root = log4cplus::Logger::getRoot();
+  root.addAppender(appender);
+  root.setLogLevel(LevelFromName(options.logLevel));
+}
+
+// The installed plug-in: PREFIX/lib beside PREFIX/bin, where this command lives.
+std::string DefaultPluginPath() {
+  std::error_code error;
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) {
+    throw PluginError("cannot locate the installed plug-in: /proc/self/exe: " + error.message() +
+                      " (use --plugin)");
+  }
+  return (self.parent_path() / ".." / "lib" / "libLuaKnxDownloadHandler.so")
+      .lexically_normal()
+      .string();
+}
+
+void PrintLine(const std::string& line) { std::cout << line << '\n' << std::flush; }
+
+int RunDownloads(const Options& options, const DownloadDump& dump,
+                 const log4cplus::Logger& logger) {
+  const std::string pluginPath = options.plugin.empty() ? DefaultPluginPath() : options.plugin;
+  // Declared before the handler so that the handler is deleted before the library closes.
+  PluginLibrary library(pluginPath);
+  const Korvex::CreateHandlerFunction createHandler = library.CreateHandler();
+  const Korvex::DeleteHandlerFunction deleteHandler = library.DeleteHandler();
+  LOG4CPLUS_DEBUG(logger, "Loaded plug-in " << pluginPath);
+
+  Korvex::IKnxDownloadHandler* created = nullptr;
+  try {
+    created = createHandler(options.configuration);
+  } catch (const std::exception& error) {
+    std::cerr << kProgram << ": CreateHandler failed: " << error.what() << '\n';
+    return kExitNotLoaded;
+  }
+  if (created == nullptr) {
+    std::cerr << kProgram << ": CreateHandler returned no handler\n";
+    return kExitNotLoaded;
+  }
+  const HandlerOwner handler(created, deleteHandler);
+  if (!handler->Loaded()) {
+    std::cerr << kProgram << ": the handler is not loaded (configuration '" << options.configuration
+              << "'); see the log for why\n";
+    return kExitNotLoaded;
+  }
+
+  const auto appData =
+      static_cast<Korvex::IKnxDownloadHandler::AppData>(*ParseDecimalUint32(options.appData));
+  const std::uint32_t repeat = *ParseDecimalUint32(options.repeat);
+  std::function<void()> resetUserData;
+  if (!options.emptyCallback) resetUserData = [] { PrintLine("reset-user-data"); };
+
+  for (std::uint64_t run = 1; run <= repeat; ++run) {
+    LOG4CPLUS_DEBUG(logger, "CreateFileWithKnxData call " << run << " of " << repeat
+                                                          << ", app data "
+                                                          << static_cast<std::uint32_t>(appData));
+    const bool result = handler->CreateFileWithKnxData(dump.interfaceObjects, dump.memory,
+                                                       resetUserData, appData, dump.coDescriptors);
+    PrintLine(result ? "result: true" : "result: false");
+  }
+  return kExitOk;
+}
+
+int Run(int argc, char** argv) {
+  Options options;
+  CLI::App app(
+      "Loads a download-handler plug-in like the device's host application and hands it "
+      "the download described in a JSON dump.",
+      kProgram);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string(kProgram) + ": " + error.what() +
+           "\nRun with --help for more information.\n";
+  });
+  app.add_option("--plugin", options.plugin,
+                 "The plug-in library (default: ../lib/libLuaKnxDownloadHandler.so from this "
+                 "command's directory)")
+      ->type_name("FILE");
+  app.add_option("--config", options.configuration,
+                 "The handler's configuration, \"ETSPROJECT;SCRIPT\", passed as it is")
+      ->required()
+      ->type_name("TEXT");
+  app.add_option("--app-data", options.appData,
+                 "The AppData value of every call (1 forces a write)")
+      ->check(Uint32Validator(0))
+      ->type_name("N")
+      ->capture_default_str();
+  app.add_option("--repeat", options.repeat, "How many times to call CreateFileWithKnxData")
+      ->check(Uint32Validator(1))
+      ->type_name("N")
+      ->capture_default_str();
+  app.add_flag("--empty-callback", options.emptyCallback, "Pass an empty reset-user-data callback");
+  auto* logLevel = app.add_option("--log-level", options.logLevel, "The root logger's level")
+                       ->check(CLI::IsMember({"TRACE", "DEBUG", "INFO", "WARN", "ERROR"}))
+                       ->type_name("LEVEL")
+                       ->capture_default_str();
+  app.add_option("--log-config", options.logConfig,
+                 "Configure log4cplus from this properties file instead")
+      ->check(CLI::ExistingFile)
+      ->type_name("PROPERTIES")
+      ->excludes(logLevel);
+  app.add_option("dump", options.dump, "The download dump (JSON)")
+      ->required()
+      ->type_name("DUMP.json");
+  app.footer(
+      "Prints \"reset-user-data\" when the plug-in resets the user data and \"result: true|false\" "
+      "after each call.\nExit status: 0 all calls ran, 2 usage error or bad dump, 3 plug-in not "
+      "loadable, 4 handler not loaded, 1 unexpected failure.");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    return code == 0 ? kExitOk : kExitUsage;
+  }
+
+  try {
+    ConfigureLogging(options);
+  } catch (const std::exception& error) {
+    std::cerr << kProgram << ": cannot configure logging: " << error.what() << '\n';
+    return kExitUsage;
+  }
+  const log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxDownloadHost");
+
+  // The dump is read before the plug-in is touched, so a bad dump fails the same way everywhere.
+  DownloadDump dump;
+  try {
+    dump = lkdh::host::LoadDownloadDump(options.dump);
+  } catch (const DumpError& error) {
+    std::cerr << kProgram << ": bad dump '" << options.dump << "': " << error.what() << '\n';
+    return kExitUsage;
+  }
+  LOG4CPLUS_DEBUG(logger, "Read dump " << options.dump << ": " << dump.objects.size()
+                                       << " interface objects, " << dump.memory.GetSize()
+                                       << " bytes of memory, " << dump.coDescriptors.size()
+                                       << " communication-object descriptors");
+
+  try {
+    return RunDownloads(options, dump, logger);
+  } catch (const PluginError& error) {
+    std::cerr << kProgram << ": " << error.what() << '\n';
+    return kExitPlugin;
+  } catch (const std::exception& error) {
+    std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
+    return kExitUnexpected;
+  } catch (...) {
+    std::cerr << kProgram << ": unexpected error\n";
+    return kExitUnexpected;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Outlives the plug-in library, whose logger is torn down when it is closed.
+  log4cplus::Initializer initializer;
+  return Run(argc, argv);
+}
