@@ -1,0 +1,213 @@
+#include <LuaKnxDownloadHandler/LuxHelper.h>
+
+#include "LuxHelperStack.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <lua.hpp>
+
+#include <climits>
+#include <cstddef>
+#include <initializer_list>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace Korvex::luaknxdownloadhandler {
+
+namespace {
+
+using Args = ovslua::Lua::Args;
+using Arg = ovslua::Lua::Args::Arg;
+
+/// The wrapper state a table query works on, lent by the bridge.
+struct Interpreter {
+  lua_State* const& state;
+  std::mutex& mutex;
+  int& status;
+  std::string& message;
+};
+
+// The status text is streamed as a const char*: when it is null the stream
+// stops accepting output and the line ends after "failed (".
+std::string FailureLine(const std::string& head, int status, const std::string& message) {
+  std::ostringstream line;
+  line << head << ovslua::Lua::GetErrorAsText(status) << ":" << message << ").";
+  return line.str();
+}
+
+/// The call protocol of the table queries: the global function name with at
+/// most one integer argument, one result read by read() under the mutex.
+template <typename Result, typename Read, typename SetError>
+Result CallTableFunction(Interpreter wrapper, const std::string& name,
+                         std::initializer_list<std::uint32_t> arguments, Result failure,
+                         Read&& read, SetError&& setErrorMessage) {
+  std::lock_guard<std::mutex> lock(wrapper.mutex);
+  wrapper.status = LUA_OK;
+  wrapper.message.clear();
+  lua_State* state = wrapper.state;
+  if (state == nullptr) {
+    LOG4CPLUS_ERROR(ovslua::Lua::sm_logger, "Initialization missing.");
+    return failure;
+  }
+  // Declared after the lock, so the stack is restored before the mutex is free.
+  lux::StackHeightGuard guard(state);
+  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 1);
+  lua_getglobal(state, name.c_str());
+  for (const std::uint32_t argument : arguments) {
+    lua_pushinteger(state, static_cast<lua_Integer>(argument));
+  }
+  wrapper.status = lua_pcallk(state, static_cast<int>(arguments.size()), 1, 0, 0, nullptr);
+  if (wrapper.status == LUA_OK) {
+    Result result = read();
+    lua_settop(state, -2);
+    return result;
+  }
+  setErrorMessage();
+  LOG4CPLUS_ERROR_STR(ovslua::Lua::sm_logger, FailureLine("Call function '" + name + "' failed (",
+                                                          wrapper.status, wrapper.message));
+  return failure;
+}
+
+Args UnsignedArgs(std::initializer_list<std::uint32_t> values) {
+  Args args;
+  for (const std::uint32_t value : values) {
+    unsigned int argument = value;
+    args += argument;
+  }
+  return args;
+}
+
+Args OneResult(int kind) {
+  Args results;
+  results += Arg::OfKind(kind);
+  return results;
+}
+
+}  // namespace
+
+LuxHelper::~LuxHelper() { Release(); }
+
+bool LuxHelper::Load(const std::string& scriptPath) {
+  // A failed Initialize shows as "Initialization missing." from the load.
+  Initialize();
+  m_loaded = ovslua::Lua::Load(scriptPath);
+  // A script that stopped half way must not answer with what it defined so far.
+  if (!m_loaded) Initialize();
+  return m_loaded;
+}
+
+bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
+  Args results = OneResult(Arg::Boolean);
+  if (!Call("IsThereUrnsByPropertyIndex", UnsignedArgs({typeId}), results)) return false;
+  return static_cast<bool>(results[0]);
+}
+
+PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
+  return CallTableFunction(
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIndexForUrns",
+      {typeId}, PropertyInfo{}, [this] { return FillProperty(); }, [this] { SetErrorMessage(); });
+}
+
+boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
+  Args results = OneResult(Arg::String);
+  if (!Call("GetFunctionUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
+  return static_cast<std::string>(results[0]);
+}
+
+boost::optional<std::string> LuxHelper::GetChannelUrnByTypeId(std::uint32_t typeId) {
+  Args results = OneResult(Arg::String);
+  if (!Call("GetChannelUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
+  return static_cast<std::string>(results[0]);
+}
+
+boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeIdAndPropertyIndex(
+    std::uint32_t typeId, std::uint32_t propertyIndex) {
+  Args results = OneResult(Arg::String);
+  if (!Call("GetFunctionUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
+            results)) {
+    return boost::none;
+  }
+  return static_cast<std::string>(results[0]);
+}
+
+boost::optional<std::string> LuxHelper::GetChannelUrnByTypeIdAndPropertyIndex(
+    std::uint32_t typeId, std::uint32_t propertyIndex) {
+  Args results = OneResult(Arg::String);
+  if (!Call("GetChannelUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
+            results)) {
+    return boost::none;
+  }
+  return static_cast<std::string>(results[0]);
+}
+
+boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIndex(
+    std::uint32_t typeId, std::uint32_t propertyIndex) {
+  Args results = OneResult(Arg::String);
+  if (!Call("GetLuaTemplateIndexByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
+            results)) {
+    return boost::none;
+  }
+  return static_cast<std::string>(results[0]);
+}
+
+std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
+  return CallTableFunction(
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetParametersFromChannelTypeId",
+      {channelTypeId}, std::vector<LuaParameter>{}, [this] { return GetLuaParameters(); },
+      [this] { SetErrorMessage(); });
+}
+
+std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
+  return CallTableFunction(
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIds", {},
+      std::map<std::string, PropertyInfo>{}, [this] { return InGetPropertyIds(); },
+      [this] { SetErrorMessage(); });
+}
+
+std::vector<LuxStaticData> LuxHelper::GetStaticData() {
+  return CallTableFunction(
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetStaticData", {},
+      std::vector<LuxStaticData>{}, [this] { return InGetStaticData(); },
+      [this] { SetErrorMessage(); });
+}
+
+bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_status = LUA_OK;
+  m_errorMessage.clear();
+  if (m_luaState == nullptr) {
+    LOG4CPLUS_ERROR(sm_logger, "Initialization missing.");
+    return false;
+  }
+  lux::StackHeightGuard guard(m_luaState);
+  const std::string head = "Call function with ref id'" + std::to_string(refId) + "' failed (";
+  const std::size_t count = args.Count();
+  // The function and every argument need a stack slot; the script decides how many.
+  if (count >= static_cast<std::size_t>(INT_MAX) ||
+      lua_checkstack(m_luaState, static_cast<int>(count) + 1) == 0) {
+    m_status = LUA_ERRRUN;
+    m_errorMessage = "stack overflow (" + std::to_string(count) + " arguments)";
+    LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head, m_status, m_errorMessage));
+    return false;
+  }
+  lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
+  PushArguments(args);
+  Args results = OneResult(Arg::Boolean);
+  m_status = lua_pcallk(m_luaState, static_cast<int>(count), 1, 0, 0, nullptr);
+  if (m_status == LUA_OK) {
+    PopReturnValues(results);
+    return static_cast<bool>(results[0]);
+  }
+  SetErrorMessage();
+  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head, m_status, m_errorMessage));
+  return false;
+}
+
+bool LuxHelper::HandleDcsType(std::uint32_t dcsType) {
+  Args results;
+  return Call("HandleDcsType", UnsignedArgs({dcsType}), results);
+}
+
+}  // namespace Korvex::luaknxdownloadhandler
