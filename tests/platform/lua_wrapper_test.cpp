@@ -421,6 +421,56 @@ TEST_F(LuaLoad, PrecompiledBytecodeIsRefused) {
   lua_settop(m_lua.State(), 0);
 }
 
+TEST_F(LuaLoad, ScriptsCannotLoadBytecodeThemselves) {
+  const std::string path = m_dir
+                               .WriteFile("self.lua", R"lua(
+local code = string.dump(function() return 1 end)
+local viaLoad, loadError = load(code)
+local viaLoadBinaryMode, modeError = load(code, "x", "b")
+function Result()
+  return tostring(viaLoad) .. "|" .. loadError .. "|" .. tostring(viaLoadBinaryMode) .. "|" .. modeError
+end
+)lua")
+                               .string();
+  ASSERT_TRUE(m_lua.Load(path));
+  Args out;
+  out += Arg::OfKind(Arg::String);
+  ASSERT_TRUE(m_lua.Call("Result", Args(), out));
+  EXPECT_EQ(static_cast<std::string>(out[0]),
+            "nil|attempt to load a binary chunk (mode is 't')|nil|attempt to load a binary chunk "
+            "(mode is 't')");
+}
+
+TEST_F(LuaLoad, ScriptsCannotLoadNativeCode) {
+  const std::string path = m_dir
+                               .WriteFile("native.lua", R"lua(
+function Result()
+  local ok = pcall(require, "socket.core")
+  return tostring(package.loadlib) .. "|" .. tostring(ok) .. "|" .. package.cpath
+end
+)lua")
+                               .string();
+  ASSERT_TRUE(m_lua.Load(path));
+  Args out;
+  out += Arg::OfKind(Arg::String);
+  ASSERT_TRUE(m_lua.Call("Result", Args(), out));
+  EXPECT_EQ(static_cast<std::string>(out[0]), "nil|false|");
+}
+
+TEST_F(LuaLoad, ScriptsStillRequireLuaSourceModules) {
+  m_dir.WriteFile("helpers.lua", "return { answer = 42 }\n");
+  const std::string path = m_dir
+                               .WriteFile("main.lua", "package.path = '" + m_dir.Path().string() +
+                                                          "/?.lua'\nlocal h = require('helpers')\n"
+                                                          "function Answer() return h.answer end\n")
+                               .string();
+  ASSERT_TRUE(m_lua.Load(path));
+  Args out;
+  out += Arg::OfKind(Arg::Integer);
+  ASSERT_TRUE(m_lua.Call("Answer", Args(), out));
+  EXPECT_EQ(out[0].GetInt(), 42);
+}
+
 TEST_F(LuaLoad, SuccessLeavesTheStackEmpty) {
   const std::string path = m_dir.WriteFile("ok.lua", "X = 1\nreturn 1, 2, 3\n").string();
   LogCapture capture({"ovslua"});

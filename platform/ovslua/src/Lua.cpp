@@ -54,6 +54,31 @@ Lua::Lua() = default;
 
 Lua::~Lua() { Release(); }
 
+namespace {
+
+const char* const kTextOnlyLoaders = R"lua(
+local rawload, rawloadfile = load, loadfile
+load = function(chunk, name, mode, env) return rawload(chunk, name, "t", env) end
+loadfile = function(file, mode, env) return rawloadfile(file, "t", env) end
+dofile = function(file)
+  local chunk = assert(rawloadfile(file, "t"))
+  return chunk()
+end
+package.loadlib = nil
+package.cpath = ""
+local searchers = package.searchers
+searchers[3], searchers[4] = nil, nil
+searchers[2] = function(name)
+  local path, err = package.searchpath(name, package.path)
+  if not path then return "\n\t" .. err end
+  local chunk, loadErr = rawloadfile(path, "t")
+  if not chunk then error(loadErr, 0) end
+  return chunk, path
+end
+)lua";
+
+}  // namespace
+
 bool Lua::Initialize() {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_luaState != nullptr) {
@@ -71,6 +96,12 @@ bool Lua::Initialize() {
   lua_atpanic(state, &ThrowPanic);
   try {
     luaL_openlibs(state);
+    // Scripts may load further source, never bytecode (crafted bytecode can
+    // crash the interpreter) and never native code.
+    if (luaL_dostring(state, kTextOnlyLoaders) != LUA_OK) {
+      throw LuaPanicError(lua_tostring(state, -1) != nullptr ? lua_tostring(state, -1)
+                                                             : "loader set-up failed");
+    }
   } catch (const LuaPanicError& error) {
     lua_close(state);
     LOG4CPLUS_ERROR(sm_logger, "Initialize failed (" << error.what() << ").");
