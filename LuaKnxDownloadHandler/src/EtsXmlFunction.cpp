@@ -1,0 +1,60 @@
+#include <LuaKnxDownloadHandler/EtsXml.h>
+#include <LuaKnxDownloadHandler/EtsXmlParameter.h>
+
+#include "EtsXmlValueTypes.h"
+
+namespace Korvex::luaknxdownloadhandler {
+
+void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
+  const unsigned char channelType =
+      GetUInt8FromArrayWithId(m_propertyIds["ChannelType"], index, m_interfaceObjects).value_or(0);
+  if (channelType == 0) {
+    return;  // an unused slot leaves no trace
+  }
+  const std::uint32_t typeId = channelType;
+
+  pugi::xml_node element = parent.append_child("element");
+
+  std::string functionUrn;
+  std::string channelTypeUrn;
+  std::string luaTemplateIndex;
+  if (!m_luxHelper->IsThereUrnsByPropertyIndex(typeId)) {
+    functionUrn = m_luxHelper->GetFunctionUrnByTypeId(typeId).value_or("Unsupported");
+    channelTypeUrn = m_luxHelper->GetChannelUrnByTypeId(typeId).value_or("Unsupported");
+  } else {
+    // A further property of the slot selects among the type's URNs.
+    const PropertyInfo selectorProperty = m_luxHelper->GetPropertyIndexForUrns(typeId);
+    const std::uint32_t selector =
+        GetUInt8FromArrayWithId(selectorProperty, index, m_interfaceObjects).value_or(0);
+    functionUrn = m_luxHelper->GetFunctionUrnByTypeIdAndPropertyIndex(typeId, selector)
+                      .value_or("Unsupported");
+    channelTypeUrn = m_luxHelper->GetChannelUrnByTypeIdAndPropertyIndex(typeId, selector)
+                         .value_or("Unsupported");
+    luaTemplateIndex =
+        m_luxHelper->GetLuaTemplateIndexByTypeIdAndPropertyIndex(typeId, selector).value_or("");
+  }
+
+  // The default name counts from 0 while functionId counts from 1; both are
+  // what the device expects.
+  std::string defaultName = (s_functionFormat % index).str();
+  const std::string name = GetStringFromArrayWithIdFromMemory(
+      m_propertyIds["FunctionNameOffset"], m_maxNameCharCount, index, m_interfaceObjects, &m_memory,
+      std::move(defaultName));
+  AddFunctionParameter(element, name, "function", index + 1, functionUrn, channelTypeUrn,
+                       luaTemplateIndex);
+
+  pugi::xml_node parameters = element.append_child("parameters");
+  const detail::ValueSource source = detail::ValueSource::ArrayElement(
+      m_interfaceObjects, m_memory, {m_maxNameCharCount, m_maxTextCharCount, m_maxUrlCharCount},
+      index);
+  const detail::NameDefault nameDefault = [index](const LuaParameter& parameter) {
+    return (s_nameNumberFormat % parameter.key % index).str();
+  };
+  for (const LuaParameter& parameter : m_luxHelper->GetParametersFromChannelTypeId(typeId)) {
+    if (detail::IsParameterShown(parameter, source, *m_luxHelper)) {
+      detail::WriteParameter(parameters, parameter, source, nameDefault);
+    }
+  }
+}
+
+}  // namespace Korvex::luaknxdownloadhandler
