@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-
 #include <string>
 
 namespace {
@@ -107,33 +105,6 @@ TEST(EntryPoints, CreateHandlerWithAGoodConfigurationIsLoaded) {
   EXPECT_TRUE(handler->Loaded());
   DeleteHandler(handler);
   EXPECT_EQ(handler, nullptr);
-}
-
-TEST(EntryPoints, InstalledModuleExportsBothEntryPointsUnderPlainNames) {
-  void* module = dlopen(LKDH_INSTALLED_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(module, nullptr) << dlerror();
-  auto create = reinterpret_cast<Korvex::CreateHandlerFunction>(
-      dlsym(module, Korvex::kCreateHandlerSymbol));
-  auto destroy = reinterpret_cast<Korvex::DeleteHandlerFunction>(
-      dlsym(module, Korvex::kDeleteHandlerSymbol));
-  ASSERT_NE(create, nullptr);
-  ASSERT_NE(destroy, nullptr);
-  IKnxDownloadHandler* handler = create("/tmp/x.xml;" + Script());
-  ASSERT_NE(handler, nullptr);
-  EXPECT_TRUE(handler->Loaded());
-  destroy(handler);
-  EXPECT_EQ(handler, nullptr);
-  EXPECT_EQ(dlclose(module), 0);
-}
-
-TEST(EntryPoints, ExportedNamespacedFunctionsResolveInTheInstalledModule) {
-  void* module = dlopen(LKDH_INSTALLED_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(module, nullptr) << dlerror();
-  // Mangled names of Korvex::CreateHash and the memory-string getter.
-  EXPECT_NE(dlsym(module, "_ZN6Korvex10CreateHashERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"),
-            nullptr);
-  EXPECT_EQ(dlsym(module, "CreateHash"), nullptr);
-  dlclose(module);
 }
 
 }  // namespace
