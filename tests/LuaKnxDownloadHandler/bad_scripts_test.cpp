@@ -6,6 +6,7 @@
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
 #include <CapturingAppender.h>
+#include <SchemaValidation.h>
 #include <TempDir.h>
 
 #include <gtest/gtest.h>
@@ -283,6 +284,7 @@ TEST_P(BadScriptTest, GivesItsOutcomeKeepsTheFileAndRecovers) {
     EXPECT_EQ(ReadWholeFile(file), saved);
   } else {
     EXPECT_NE(ReadWholeFile(file), saved);
+    EXPECT_TRUE(lkdh::test::MatchesEtsprojectSchema(ReadWholeFile(file)));
   }
   if (c.errorStart.empty()) {
     EXPECT_TRUE(errors.empty()) << errors.front().message;
@@ -328,6 +330,7 @@ TEST(BadScripts, StaticDataNested200LevelsIsWrittenWhole) {
     ++count;
   }
   EXPECT_EQ(count, 200U);
+  EXPECT_TRUE(lkdh::test::MatchesEtsprojectSchema(text));
   // The innermost record sits 200 levels below the top "elements".
   EXPECT_NE(text.find(std::string(2 * (2 + 2 * 199), ' ') + "<element name=\"L\" type=\"leaf\">"),
             std::string::npos);
@@ -360,6 +363,7 @@ TEST(BadScripts, TenThousandParametersAreWrittenSortedByKey) {
     ++count;
   }
   EXPECT_EQ(count, 10000U);
+  EXPECT_TRUE(lkdh::test::MatchesEtsprojectSchema(text));
 }
 
 }  // namespace

@@ -5,11 +5,12 @@
 #include <Helper/File.h>
 
 #include <CapturingAppender.h>
+#include <SchemaValidation.h>
 #include <TempDir.h>
 
-#include <boost/filesystem/operations.hpp>
 #include <gtest/gtest.h>
 #include <log4cplus/loglevel.h>
+#include <boost/filesystem/operations.hpp>
 
 #include <cerrno>
 #include <functional>
@@ -40,8 +41,8 @@ class HandlerDownloadTest : public ::testing::Test {
   std::function<void()> callback = [this] { ++callbacks; };
 
   std::unique_ptr<LuaKnxDownloadHandler> MakeHandler(const fs::path& path) {
-    auto handler =
-        std::make_unique<LuaKnxDownloadHandler>(path.string() + ";" + lkdh::test::HandlerScriptPath());
+    auto handler = std::make_unique<LuaKnxDownloadHandler>(path.string() + ";" +
+                                                           lkdh::test::HandlerScriptPath());
     EXPECT_TRUE(handler->Loaded());
     return handler;
   }
@@ -66,12 +67,12 @@ TEST_F(HandlerDownloadTest, EmptyInterfaceObjectMapReturnsFalseAfterLoggingOnlyT
   HandlerDownload download;
   Korvex::InterfaceObjectMap none;
   LogCapture capture;
-  EXPECT_FALSE(handler->CreateFileWithKnxData(none, download.memory, callback,
-                                              IKnxDownloadHandler::AppData_None,
-                                              download.descriptors));
+  EXPECT_FALSE(handler->CreateFileWithKnxData(
+      none, download.memory, callback, IKnxDownloadHandler::AppData_None, download.descriptors));
   EXPECT_EQ(capture.Lines(),
             (std::vector<LogLine>{
-                {kDebug, kLogger, "CreateFileWithKnxData: CO count with enabled communication flag: 2"}}));
+                {kDebug, kLogger,
+                 "CreateFileWithKnxData: CO count with enabled communication flag: 2"}}));
   EXPECT_FALSE(fs::exists(file));
   EXPECT_EQ(callbacks, 0);
 }
@@ -93,9 +94,11 @@ TEST_F(HandlerDownloadTest, FirstDownloadWritesTheFileLogsItAndCallsBackOnce) {
   EXPECT_TRUE(Download(*handler, download));
   EXPECT_EQ(callbacks, 1);
   const std::string text = ReadWholeFile(file);
-  EXPECT_EQ(text.rfind("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<etsproject version=\"1.0\">", 0), 0U)
+  EXPECT_EQ(
+      text.rfind("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<etsproject version=\"1.0\">", 0), 0U)
       << text;
   EXPECT_NE(text.find("<element name=\"Living\" type=\"location\">"), std::string::npos);
+  EXPECT_TRUE(lkdh::test::MatchesEtsprojectSchema(text));
   const auto info = capture.Lines(kInfo);
   ASSERT_EQ(info.size(), 1U);
   EXPECT_EQ(info[0].message, "save new etsproject. Path: " + file.string());
@@ -177,8 +180,9 @@ TEST_F(HandlerDownloadTest, ExistingFileThatCannotBeReadIsLeftAloneWithAnError) 
   EXPECT_FALSE(Download(*handler, HandlerDownload()));
   EXPECT_EQ(callbacks, 0);
   EXPECT_TRUE(fs::is_directory(file));
-  EXPECT_EQ(capture.Lines(kError),
-            (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
+  EXPECT_EQ(
+      capture.Lines(kError),
+      (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
 }
 
 namespace {
@@ -202,8 +206,9 @@ TEST_F(HandlerDownloadTest, ReadErrorOfTheSavedFileKeepsItAndDoesNotCallBack) {
   EXPECT_FALSE(result);
   EXPECT_EQ(callbacks, 1);
   EXPECT_EQ(ReadWholeFile(file), content);
-  EXPECT_EQ(capture.Lines(kError),
-            (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
+  EXPECT_EQ(
+      capture.Lines(kError),
+      (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
 }
 
 TEST_F(HandlerDownloadTest, UnwritableTargetLogsTheWriteErrorAndDoesNotCallBack) {
@@ -212,8 +217,9 @@ TEST_F(HandlerDownloadTest, UnwritableTargetLogsTheWriteErrorAndDoesNotCallBack)
   LogCapture capture;
   EXPECT_FALSE(Download(*handler, HandlerDownload()));
   EXPECT_EQ(callbacks, 0);
-  EXPECT_EQ(capture.Lines(kError),
-            (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + target.string() + "'."}}));
+  EXPECT_EQ(
+      capture.Lines(kError),
+      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + target.string() + "'."}}));
   ASSERT_EQ(capture.Lines(kInfo).size(), 1U);
   EXPECT_EQ(capture.Lines(kInfo)[0].message, "save new etsproject. Path: " + target.string());
 }
@@ -238,8 +244,9 @@ TEST_F(HandlerDownloadTest, FullDiskKeepsTheOldFileAndDoesNotCallBack) {
   EXPECT_FALSE(result);
   EXPECT_EQ(callbacks, 1);
   EXPECT_EQ(ReadWholeFile(file), content);
-  EXPECT_EQ(capture.Lines(kError),
-            (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + file.string() + "'."}}));
+  EXPECT_EQ(
+      capture.Lines(kError),
+      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + file.string() + "'."}}));
   // Nothing but the project file is left in the directory.
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);
 }
@@ -248,10 +255,9 @@ TEST_F(HandlerDownloadTest, EmptyCallbackWritesTheFileButReturnsFalseWithTheExce
   auto handler = MakeHandler(file);
   HandlerDownload download;
   LogCapture capture;
-  EXPECT_FALSE(handler->CreateFileWithKnxData(download.objects, download.memory,
-                                              std::function<void()>(),
-                                              IKnxDownloadHandler::AppData_None,
-                                              download.descriptors));
+  EXPECT_FALSE(
+      handler->CreateFileWithKnxData(download.objects, download.memory, std::function<void()>(),
+                                     IKnxDownloadHandler::AppData_None, download.descriptors));
   EXPECT_TRUE(fs::exists(file));
   EXPECT_EQ(capture.Lines(kError),
             (std::vector<LogLine>{{kError, kLogger,
