@@ -92,9 +92,9 @@ LuxHelper::~LuxHelper() { Release(); }
 bool LuxHelper::Load(const std::string& scriptPath) {
   // A failed Initialize shows as "Initialization missing." from the load.
   Initialize();
+  // A failed load keeps the interpreter: what the script defined before it
+  // failed still answers, everything else fails as a missing function.
   m_loaded = ovslua::Lua::Load(scriptPath);
-  // A script that stopped half way must not answer with what it defined so far.
-  if (!m_loaded) Initialize();
   return m_loaded;
 }
 
