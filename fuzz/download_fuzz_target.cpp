@@ -6,8 +6,10 @@
 
 #include <KnxStack/InterfaceObject.h>
 
-#include <boost/filesystem/operations.hpp>
+#include <Helper/File.h>
+
 #include <log4cplus/logger.h>
+#include <boost/filesystem/operations.hpp>
 #include <pugixml.hpp>
 
 #include <cstdlib>
@@ -24,10 +26,10 @@ using KnxStack::PropertyDataType;
 
 // The datatypes a device uses for its settings, arrays and addresses.
 constexpr PropertyDataType kPdts[] = {
-    PropertyDataType::PDT_UNSIGNED_CHAR,  PropertyDataType::PDT_BINARY_INFORMATION,
-    PropertyDataType::PDT_UNSIGNED_LONG,  PropertyDataType::PDT_UNSIGNED_INT,
-    PropertyDataType::PDT_KNX_FLOAT,      PropertyDataType::PDT_FLOAT,
-    PropertyDataType::PDT_GENERIC_20,     PropertyDataType::PDT_CHAR,
+    PropertyDataType::PDT_UNSIGNED_CHAR,   PropertyDataType::PDT_BINARY_INFORMATION,
+    PropertyDataType::PDT_UNSIGNED_LONG,   PropertyDataType::PDT_UNSIGNED_INT,
+    PropertyDataType::PDT_KNX_FLOAT,       PropertyDataType::PDT_FLOAT,
+    PropertyDataType::PDT_GENERIC_20,      PropertyDataType::PDT_CHAR,
     PropertyDataType::PDT_VARIABLE_LENGTH, PropertyDataType::PDT_GENERIC_03,
 };
 
@@ -36,6 +38,11 @@ struct Handlers {
   std::unique_ptr<Korvex::LuaKnxDownloadHandler> handlers[2];
 
   Handlers() {
+    // Durability is not under test here, and fsync would hold every run to disk speed.
+    Helper::File::detail::FileSystemOps ops{};
+    ops.fsync = [](int) { return 0; };
+    ops.fsyncDirectory = [](const char*) { return 0; };
+    Helper::File::detail::SetFileSystemOps(ops);
     log4cplus::Logger::getInstance("KnxDownloadHandler").setLogLevel(log4cplus::OFF_LOG_LEVEL);
     log4cplus::Logger::getInstance("ovslua").setLogLevel(log4cplus::OFF_LOG_LEVEL);
     dir = fs::temp_directory_path() / fs::unique_path("lkdh-fuzz-%%%%-%%%%");
@@ -102,11 +109,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   KnxStack::BinaryData memory(input.Bytes(size));
 
   auto& handler = *handlers.handlers[which];
-  const bool written = handler.CreateFileWithKnxData(map, memory, [] {}, appData, descriptors);
+  const bool written = handler.CreateFileWithKnxData(
+      map, memory, [] {}, appData, descriptors);
   if (written) {
     const std::string text = ReadFile(handler.GetEtsProjectPath());
     pugi::xml_document document;
-    if (!document.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_declaration)) {
+    if (!document.load_buffer(text.data(), text.size(),
+                              pugi::parse_default | pugi::parse_declaration)) {
       std::abort();  // a document that does not parse is a finding
     }
     if (std::string(document.document_element().name()) != "etsproject") std::abort();

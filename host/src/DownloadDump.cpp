@@ -493,6 +493,15 @@ std::string AppendPointer(const std::string& pointer, std::string_view token) {
       result += "~0";
     } else if (c == '/') {
       result += "~1";
+    } else if (c == '\\') {
+      result += "\\\\";
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == '\x7f') {
+      // A key's control bytes would cut or garble the message on a terminal.
+      static constexpr char kHex[] = "0123456789abcdef";
+      const auto byte = static_cast<unsigned char>(c);
+      result += "\\u00";
+      result += kHex[byte >> 4];
+      result += kHex[byte & 0x0f];
     } else {
       result += c;
     }

@@ -54,7 +54,9 @@ DownloadDump ParseDownloadDump(std::string_view json);
 /// Reads and parses a dump file; throws DumpError.
 DownloadDump LoadDownloadDump(const std::string& path);
 
-/// Appends reference token to a JSON pointer, escaping "~" and "/".
+/// Appends reference token to a JSON pointer, escaping "~" and "/"; a
+/// backslash is doubled and a control byte written as \u00XX, so that the
+/// location prints as one readable line.
 std::string AppendPointer(const std::string& pointer, std::string_view token);
 
 }  // namespace lkdh::host

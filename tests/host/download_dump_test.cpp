@@ -450,6 +450,10 @@ INSTANTIATE_TEST_SUITE_P(
             "/coDescriptor: unknown key (allowed here: interfaceObjects, memory, coDescriptors)"},
         BadDump{"UnknownKeyIsEscapedInThePointer", R"({"interfaceObjects": [], "a/b~c": 1})",
                 "/a~1b~0c: unknown key (allowed here: interfaceObjects, memory, coDescriptors)"},
+        BadDump{"ControlBytesAndBackslashInAKeyAreEscapedInThePointer",
+                std::string("{\"interfaceObjects\": [], \"a\\u0000b\\u001b\\\\\": 1}"),
+                "/a\\u0000b\\u001b\\\\: unknown key (allowed here: interfaceObjects, memory, "
+                "coDescriptors)"},
         BadDump{"TopLevelNotAnObject", "[]", "the dump must be a JSON object, got an array"},
         BadDump{"TopLevelString", "\"dump\"",
                 "the dump must be a JSON object, got the string \"dump\""},

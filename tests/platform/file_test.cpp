@@ -394,6 +394,63 @@ TEST_F(FileTest, ReplaceKeepsTheTemporaryNameWithinTheFileNameLimit) {
   EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{longName});
 }
 
+TEST_F(FileTest, ReplaceRemovesTemporariesACrashLeftBehindForTheSameTarget) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  // What a process killed between creating its temporary and renaming it leaves.
+  const std::vector<std::string> stale{".etsproject.xml.tmp-0a1b2c3d",
+                                       ".etsproject.xml.tmp-zzzzzzzz",
+                                       ".etsproject.xml.tmp-00000000"};
+  for (const auto& name : stale) m_dir.WriteFile(name, "<etsproject half written");
+  // Names that are not this helper's temporaries of this target stay.
+  const std::set<std::string> others{
+      ".other.xml.tmp-0a1b2c3d",      ".etsproject.xml.tmp-short",
+      ".etsproject.xml.tmp-0A1B2C3D", ".etsproject.xml.tmp-0a1b2c3d4",
+      "etsproject.xml.tmp-0a1b2c3d",  ".etsproject.xml.bak"};
+  for (const auto& name : others) m_dir.WriteFile(name, "keep");
+
+  ASSERT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+
+  EXPECT_EQ(ReadWholeFile(target), "new");
+  std::set<std::string> expected = others;
+  expected.insert("etsproject.xml");
+  EXPECT_EQ(Entries(m_dir.Path()), expected);
+  for (const auto& name : stale) {
+    const auto unlinked = IndexOf("unlink " + (m_dir.Path() / name).string());
+    EXPECT_GE(unlinked, 0) << name;
+    // Removed before the new temporary exists, so it can never be taken for a stale one.
+    EXPECT_LT(unlinked, IndexOf("open ")) << name;
+  }
+}
+
+TEST_F(FileTest, ReplaceSucceedsWhenAStaleTemporaryCannotBeRemoved) {
+  const fs::path target = m_dir.WriteFile("etsproject.xml", "old");
+  // unlink fails on a directory (EISDIR), like on any entry it may not remove.
+  fs::create_directory(m_dir.Path() / ".etsproject.xml.tmp-12345678");
+  ASSERT_TRUE(write_file(target, "new", WriteFileMode::Replace));
+  EXPECT_EQ(ReadWholeFile(target), "new");
+  EXPECT_GE(IndexOf("unlink " + (m_dir.Path() / ".etsproject.xml.tmp-12345678").string()), 0);
+  EXPECT_EQ(Entries(m_dir.Path()),
+            (std::set<std::string>{"etsproject.xml", ".etsproject.xml.tmp-12345678"}));
+}
+
+TEST_F(FileTest, ReplaceOfANewFileAlsoRemovesStaleTemporaries) {
+  // A crash during the very first write leaves a temporary but no target.
+  m_dir.WriteFile(".etsproject.xml.tmp-abcdefgh", "<etsproject half written");
+  ASSERT_TRUE(write_file(m_dir.Path() / "etsproject.xml", "first", WriteFileMode::Replace));
+  EXPECT_EQ(Entries(m_dir.Path()), std::set<std::string>{"etsproject.xml"});
+}
+
+TEST_F(FileTest, ReplaceLeavesCutTemporaryNamesOfVeryLongTargetsAlone) {
+  // Near NAME_MAX the temporary's name is cut and may as well belong to another target.
+  const std::string longName(250, 'n');
+  const std::string cut = "." + std::string(NAME_MAX - 1 - 13, 'n') + ".tmp-abcdefgh";
+  ASSERT_EQ(cut.size(), static_cast<std::size_t>(NAME_MAX));
+  m_dir.WriteFile(cut, "unknown owner");
+  ASSERT_TRUE(write_file(m_dir.Path() / longName, "content", WriteFileMode::Replace));
+  EXPECT_EQ(Entries(m_dir.Path()), (std::set<std::string>{longName, cut}));
+  EXPECT_EQ(IndexOf("unlink"), -1);
+}
+
 TEST_F(FileTest, ReplaceCollectsShortWrites) {
   g_fake.maxBytesPerWrite = 3;
   const fs::path target = m_dir.WriteFile("etsproject.xml", "old");

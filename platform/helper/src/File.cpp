@@ -1,5 +1,6 @@
 #include <Helper/File.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +12,9 @@
 #include <climits>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <utility>
+#include <vector>
 
 namespace Helper::File {
 
@@ -73,6 +76,8 @@ constexpr std::size_t kReadChunk = 64 * 1024;
 constexpr std::size_t kMaxWriteChunk = 1024 * 1024 * 1024;
 constexpr int kTemporaryNameAttempts = 100;
 constexpr std::size_t kMaxFileNameLength = NAME_MAX;
+constexpr char kTemporaryMarker[] = ".tmp-";
+constexpr std::size_t kSuffixLength = 8;
 
 // A path with an embedded zero byte would silently name a different file through the C API.
 bool IsUsablePath(const boost::filesystem::path& path) {
@@ -129,12 +134,56 @@ std::string RandomSuffix() {
   seed = (seed ^ (seed >> 27)) * 0x94D049BB133111EBULL;
   seed ^= seed >> 31;
   static constexpr char kAlphabet[] = "0123456789abcdefghijklmnopqrstuvwxyz";
-  std::string suffix(8, '0');
+  std::string suffix(kSuffixLength, '0');
   for (auto& c : suffix) {
     c = kAlphabet[seed % 36];
     seed /= 36;
   }
   return suffix;
+}
+
+// The temporary names of target: "." + name + ".tmp-" + suffix, cut to fit NAME_MAX.
+// truncated tells whether the name had to be cut.
+std::string TemporaryStem(const std::string& targetName, bool& truncated) {
+  std::string stem = "." + targetName;
+  const std::size_t suffixLength = sizeof kTemporaryMarker - 1 + kSuffixLength;
+  truncated = stem.size() + suffixLength > kMaxFileNameLength;
+  // Keep the name within NAME_MAX even for a target whose own name is near the limit.
+  if (truncated) stem.resize(kMaxFileNameLength - suffixLength);
+  return stem;
+}
+
+bool IsSuffixCharacter(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z'); }
+
+// Removes what a crash between creating a temporary and renaming it left behind.
+// Only names this helper itself produces for this target are touched; every error is
+// ignored, since the replace itself does not depend on the clean-up. One writer per
+// target is assumed: a concurrent writer's temporary would be taken for a stale one.
+void RemoveStaleTemporaries(const FileSystemOps& ops, const boost::filesystem::path& directory,
+                            const std::string& targetName) noexcept {
+  try {
+    bool truncated = false;
+    const std::string prefix = TemporaryStem(targetName, truncated) + kTemporaryMarker;
+    // A cut name may as well belong to another target sharing its first characters.
+    if (truncated) return;
+    std::vector<std::string> stale;
+    {
+      const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(directory.c_str()), ::closedir);
+      if (!listing) return;
+      while (const dirent* entry = ::readdir(listing.get())) {
+        const std::string_view name(entry->d_name);
+        if (name.size() == prefix.size() + kSuffixLength &&
+            name.compare(0, prefix.size(), prefix) == 0 &&
+            std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()), name.end(),
+                        IsSuffixCharacter)) {
+          stale.emplace_back(name);
+        }
+      }
+    }
+    for (const auto& name : stale) ops.unlink((directory / name).c_str());
+  } catch (...) {
+    // Out of memory while listing: the leftovers simply wait for the next replace.
+  }
 }
 
 /// The temporary file of one replace; unlinks it unless the rename committed it.
@@ -149,14 +198,10 @@ class TemporaryFile {
   }
 
   bool Create(const boost::filesystem::path& directory, const std::string& targetName) {
-    std::string stem = "." + targetName;
-    const std::size_t suffixLength = std::string(".tmp-").size() + 8;
-    // Keep the name within NAME_MAX even for a target whose own name is near the limit.
-    if (stem.size() + suffixLength > kMaxFileNameLength) {
-      stem.resize(kMaxFileNameLength - suffixLength);
-    }
+    bool truncated = false;
+    const std::string stem = TemporaryStem(targetName, truncated);
     for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
-      std::string candidate = (directory / (stem + ".tmp-" + RandomSuffix())).string();
+      std::string candidate = (directory / (stem + kTemporaryMarker + RandomSuffix())).string();
       const int fd = OpenRetryingInterrupts(m_ops, candidate.c_str(),
                                             O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
                                             kNewFileMode);
@@ -188,6 +233,7 @@ bool ReplaceFile(const FileSystemOps& ops, const boost::filesystem::path& path,
   boost::filesystem::path directory = path.parent_path();
   if (directory.empty()) directory = ".";
 
+  RemoveStaleTemporaries(ops, directory, name.string());
   TemporaryFile temporary(ops);
   if (!temporary.Create(directory, name.string())) return false;
   if (!WriteAll(ops, temporary.Fd(), data)) return false;
