@@ -4,9 +4,14 @@
 
 #include <fmt/format.h>
 
+#include <string_view>
 #include <utility>
 
 namespace Korvex::luaknxdownloadhandler::detail {
+
+// The type names are compared as string_views: lengths first, so most
+// mismatches cost no character comparison at all.
+using namespace std::string_view_literals;
 
 ValueSource::ValueSource(const InterfaceObjectMap& interfaceObjects,
                          const KnxStack::BinaryData& memory, TextLimits limits,
@@ -79,46 +84,46 @@ std::string FixedPointText(float value, std::int32_t digits) {
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
                     const ValueSource& source, const NameDefault& nameDefault) {
   const char* key = parameter.key.c_str();
-  const std::string& type = parameter.type;
+  const std::string_view type = parameter.type;
   const PropertyInfo property = parameter.property;
   const TextLimits& limits = source.Limits();
 
-  if (type == "Bool") {
+  if (type == "Bool"sv) {
     const char* text = BoolText(source.Bool(property).value_or(false));
     AddParameter<const char*>(parameters, key, text);
-  } else if (type == "Int8") {
+  } else if (type == "Int8"sv) {
     // signed char, not char: char is unsigned on the ARM target.
     const auto value = static_cast<signed char>(source.UInt8(property).value_or(0));
     AddParameter<signed char>(parameters, key, value);
-  } else if (type == "Int16") {
+  } else if (type == "Int16"sv) {
     const auto value = static_cast<short>(source.UInt16(property).value_or(0));
     AddParameter<short>(parameters, key, value);
-  } else if (type == "Int32") {
+  } else if (type == "Int32"sv) {
     const auto value = static_cast<int>(source.UInt32(property).value_or(0U));
     AddParameter<int>(parameters, key, value);
-  } else if (type == "UInt8") {
+  } else if (type == "UInt8"sv) {
     const unsigned char value = source.UInt8(property).value_or(0);
     AddParameter<unsigned char>(parameters, key, value);
-  } else if (type == "UInt16") {
+  } else if (type == "UInt16"sv) {
     const unsigned short value = source.UInt16(property).value_or(0);
     AddParameter<unsigned short>(parameters, key, value);
-  } else if (type == "UInt32") {
+  } else if (type == "UInt32"sv) {
     const unsigned int value = source.UInt32(property).value_or(0U);
     AddParameter<unsigned int>(parameters, key, value);
-  } else if (type == "Float16") {
+  } else if (type == "Float16"sv) {
     AddParameter<std::string>(
         parameters, key, FixedPointText(source.Float16(property).value_or(0.0F), parameter.digits));
-  } else if (type == "Float32") {
+  } else if (type == "Float32"sv) {
     AddParameter<std::string>(
         parameters, key, FixedPointText(source.Float32(property).value_or(0.0F), parameter.digits));
-  } else if (type == "Text") {
+  } else if (type == "Text"sv) {
     AddParameter<std::string>(parameters, key, source.MemoryString(property, limits.text, {}));
-  } else if (type == "Name") {
+  } else if (type == "Name"sv) {
     AddParameter<std::string>(parameters, key,
                               source.MemoryString(property, limits.name, nameDefault(parameter)));
-  } else if (type == "Url") {
+  } else if (type == "Url"sv) {
     AddParameter<std::string>(parameters, key, source.MemoryString(property, limits.url, {}));
-  } else if (type == "GENERIC_20") {
+  } else if (type == "GENERIC_20"sv) {
     AddParameter<std::string>(parameters, key, source.PropertyString(property, {}));
   }
   // Any other type name is not ours to write: no element, no message.
@@ -130,31 +135,31 @@ ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds
   ovslua::Lua::Args args;
   const TextLimits& limits = source.Limits();
   for (const auto& entry : entries) {
-    const std::string& type = entry.type;
+    const std::string_view type = entry.type;
     const PropertyInfo id = entry.id;
-    if (type == "Bool") {
+    if (type == "Bool"sv) {
       args += Arg::FromBool(source.Bool(id).value_or(false));
-    } else if (type == "Int8") {
+    } else if (type == "Int8"sv) {
       args += Arg::FromInt(static_cast<signed char>(source.UInt8(id).value_or(0)));
-    } else if (type == "Int16") {
+    } else if (type == "Int16"sv) {
       args += Arg::FromInt(static_cast<short>(source.UInt16(id).value_or(0)));
-    } else if (type == "Int32") {
+    } else if (type == "Int32"sv) {
       args += Arg::FromInt(static_cast<int>(source.UInt32(id).value_or(0U)));
-    } else if (type == "UInt8") {
+    } else if (type == "UInt8"sv) {
       args += Arg::FromInt(source.UInt8(id).value_or(0));
-    } else if (type == "UInt16") {
+    } else if (type == "UInt16"sv) {
       args += Arg::FromInt(source.UInt16(id).value_or(0));
-    } else if (type == "UInt32") {
+    } else if (type == "UInt32"sv) {
       args += Arg::FromUnsigned(source.UInt32(id).value_or(0U));
-    } else if (type == "Float16") {
+    } else if (type == "Float16"sv) {
       args += Arg::FromDouble(static_cast<double>(source.Float16(id).value_or(0.0F)));
-    } else if (type == "Float32") {
+    } else if (type == "Float32"sv) {
       args += Arg::FromDouble(static_cast<double>(source.Float32(id).value_or(0.0F)));
-    } else if (type == "Text") {
+    } else if (type == "Text"sv) {
       args += Arg::FromString(source.MemoryString(id, limits.text, {}));
-    } else if (type == "Name") {
+    } else if (type == "Name"sv) {
       args += Arg::FromString(source.MemoryString(id, limits.name, "DefaultString"));
-    } else if (type == "GENERIC_20") {
+    } else if (type == "GENERIC_20"sv) {
       args += Arg::FromString(source.PropertyString(id, {}));
     }
     // "Url" and unknown names give the function no argument.

@@ -182,14 +182,17 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
     return false;
   }
   lux::StackHeightGuard guard(m_luaState);
-  const std::string head = "Call function with ref id'" + std::to_string(refId) + "' failed (";
+  // Built only for a failure: a ShowIf function runs once per shown slot.
+  const auto head = [refId] {
+    return "Call function with ref id'" + std::to_string(refId) + "' failed (";
+  };
   const std::size_t count = args.Count();
   // The function and every argument need a stack slot; the script decides how many.
   if (count >= static_cast<std::size_t>(INT_MAX) ||
       lua_checkstack(m_luaState, static_cast<int>(count) + 1) == 0) {
     m_status = LUA_ERRRUN;
     m_errorMessage = "stack overflow (" + std::to_string(count) + " arguments)";
-    LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head, m_status, m_errorMessage));
+    LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
     return false;
   }
   lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
@@ -201,7 +204,7 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
     return static_cast<bool>(results[0]);
   }
   SetErrorMessage();
-  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head, m_status, m_errorMessage));
+  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
   return false;
 }
 

@@ -1,5 +1,7 @@
 #include <ovslua/Lua.h>
 
+#include "SmallBlockPool.h"
+
 #include <log4cplus/loggingmacros.h>
 
 #include <lua.hpp>
@@ -7,6 +9,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -48,6 +53,46 @@ std::string FailureLine(const std::string& head, int status, const std::string& 
   return line.str();
 }
 
+// Lua's standard warning functions, as luaL_newstate installs them (they are
+// private to the auxiliary library): warnings are off until the script calls
+// warn("@on"), then go to stderr as "Lua warning: ..." lines.
+void WarnOff(void* ud, const char* message, int toContinue);
+void WarnOn(void* ud, const char* message, int toContinue);
+
+bool WarningControl(lua_State* state, const char* message, int toContinue) {
+  if (toContinue != 0 || *message != '@') return false;
+  if (std::strcmp(message + 1, "off") == 0) {
+    lua_setwarnf(state, &WarnOff, state);
+  } else if (std::strcmp(message + 1, "on") == 0) {
+    lua_setwarnf(state, &WarnOn, state);
+  }
+  return true;
+}
+
+void WarnOff(void* ud, const char* message, int toContinue) {
+  WarningControl(static_cast<lua_State*>(ud), message, toContinue);
+}
+
+void WarnContinue(void* ud, const char* message, int toContinue) {
+  auto* state = static_cast<lua_State*>(ud);
+  std::fprintf(stderr, "%s", message);
+  std::fflush(stderr);
+  if (toContinue != 0) {
+    lua_setwarnf(state, &WarnContinue, state);
+  } else {
+    std::fprintf(stderr, "%s", "\n");
+    std::fflush(stderr);
+    lua_setwarnf(state, &WarnOn, state);
+  }
+}
+
+void WarnOn(void* ud, const char* message, int toContinue) {
+  if (WarningControl(static_cast<lua_State*>(ud), message, toContinue)) return;
+  std::fprintf(stderr, "%s", "Lua warning: ");
+  std::fflush(stderr);
+  WarnContinue(ud, message, toContinue);
+}
+
 }  // namespace
 
 Lua::Lua() = default;
@@ -85,15 +130,20 @@ bool Lua::Initialize() {
     lua_close(m_luaState);
     m_luaState = nullptr;
   }
+  m_pool.reset();  // only after the interpreter it served is closed
   m_status = LUA_OK;
   m_errorMessage.clear();
-  lua_State* state = luaL_newstate();
+  // The state luaL_newstate would make, with the pool as its allocator.
+  std::unique_ptr<detail::SmallBlockPool> pool(new (std::nothrow) detail::SmallBlockPool);
+  lua_State* state =
+      pool ? lua_newstate(&detail::SmallBlockPool::Allocate, pool.get()) : nullptr;
   if (state == nullptr) {
     LOG4CPLUS_ERROR(sm_logger, "Initialize failed: not enough memory for the interpreter.");
     return false;
   }
   // Installed before anything can fail, so that no error can reach abort().
   lua_atpanic(state, &ThrowPanic);
+  lua_setwarnf(state, &WarnOff, state);
   try {
     luaL_openlibs(state);
     // Scripts may load further source, never bytecode (crafted bytecode can
@@ -109,6 +159,7 @@ bool Lua::Initialize() {
   }
   lua_settop(state, 0);
   m_luaState = state;
+  m_pool = std::move(pool);
   return true;
 }
 
@@ -318,6 +369,7 @@ void Lua::Release() {
     lua_close(m_luaState);
     m_luaState = nullptr;
   }
+  m_pool.reset();
 }
 
 }  // namespace ovslua

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -12,6 +13,10 @@
 struct lua_State;
 
 namespace ovslua {
+
+namespace detail {
+class SmallBlockPool;
+}
 
 /// Thrown out of the interpreter when Lua raises an error outside any protected
 /// call, where stock Lua would call abort() and take the host process down.
@@ -121,6 +126,9 @@ class Lua {
   mutable std::mutex m_mutex;
   mutable int m_status = 0;
   mutable std::string m_errorMessage;
+
+ private:
+  std::unique_ptr<detail::SmallBlockPool> m_pool;  // the interpreter's memory; outlives it
 };
 
 }  // namespace ovslua

@@ -1,0 +1,66 @@
+#pragma once
+// The interpreter's allocator. A script call creates and drops many small
+// objects (tables, their parts, strings, closures); taking them from free lists
+// per size is several times cheaper than malloc and free. Larger blocks go to
+// malloc. The pool keeps its chunks until the interpreter is closed.
+
+#include <cstddef>
+
+namespace ovslua::detail {
+
+class SmallBlockPool {
+ public:
+  SmallBlockPool() = default;
+  ~SmallBlockPool();
+  SmallBlockPool(const SmallBlockPool&) = delete;
+  SmallBlockPool& operator=(const SmallBlockPool&) = delete;
+
+  /// A lua_Alloc with the pool as ud: frees when newSize is 0, allocates when
+  /// block is null (oldSize is then a type tag), resizes otherwise; null on failure.
+  static void* Allocate(void* ud, void* block, std::size_t oldSize, std::size_t newSize) noexcept;
+
+ private:
+  // 8 bytes: the strictest alignment of any Lua object (lua_Number, lua_Integer,
+  // pointers), on the 32-bit device as here.
+  static constexpr std::size_t kGranule = 8;
+  static constexpr std::size_t kChunkBytes = 64 * 1024;
+  // Under AddressSanitizer every block comes from malloc, so that overflows and
+  // uses after free inside the interpreter's memory are still caught.
+#if defined(__SANITIZE_ADDRESS__)
+  static constexpr std::size_t kLargestSmall = 0;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+  static constexpr std::size_t kLargestSmall = 0;
+#else
+  static constexpr std::size_t kLargestSmall = 256;
+#endif
+#else
+  static constexpr std::size_t kLargestSmall = 256;
+#endif
+  static constexpr std::size_t kClasses = kLargestSmall / kGranule + 1;
+
+  struct FreeBlock {
+    FreeBlock* next;
+  };
+  struct Chunk {
+    Chunk* next;
+  };
+  static constexpr std::size_t kChunkHeader = (sizeof(Chunk) + kGranule - 1) / kGranule * kGranule;
+
+  static bool IsSmall(std::size_t size) noexcept { return size <= kLargestSmall; }
+  static std::size_t ClassOf(std::size_t size) noexcept {
+    return (size + kGranule - 1) / kGranule;
+  }
+
+  void* New(std::size_t size) noexcept;
+  void Delete(void* block, std::size_t size) noexcept;
+  void* Resize(void* block, std::size_t oldSize, std::size_t newSize) noexcept;
+  void* Carve(std::size_t sizeClass) noexcept;
+
+  FreeBlock* m_free[kClasses] = {};
+  Chunk* m_chunks = nullptr;
+  char* m_next = nullptr;  // the newest chunk's space not yet handed out
+  char* m_end = nullptr;
+};
+
+}  // namespace ovslua::detail
