@@ -2,6 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace lkdh::host {
 
 namespace {
@@ -12,6 +15,18 @@ std::string LastDlError() {
 }
 
 }  // namespace
+
+std::string InstalledPluginPath() {
+  std::error_code error;
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) {
+    throw PluginError("cannot locate the installed plug-in: /proc/self/exe: " + error.message() +
+                      " (use --plugin)");
+  }
+  return (self.parent_path() / ".." / "lib" / "libLuaKnxDownloadHandler.so")
+      .lexically_normal()
+      .string();
+}
 
 PluginLibrary::PluginLibrary(const std::string& path) {
   dlerror();

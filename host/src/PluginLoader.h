@@ -16,6 +16,10 @@ class PluginError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// The installed plug-in: PREFIX/lib/libLuaKnxDownloadHandler.so beside
+/// PREFIX/bin, where the running command lives; throws PluginError.
+std::string InstalledPluginPath();
+
 /// A dlopen'ed library, closed again on destruction.
 class PluginLibrary {
  public:

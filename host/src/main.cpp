@@ -1,6 +1,8 @@
 // knx-download-host: loads a download-handler plug-in as the device's host
-// application does and hands it a download read from a JSON dump.
+// application does and hands it a download read from a JSON dump; with the
+// check-script subcommand it checks a description script instead.
 
+#include "CheckScriptCommand.h"
 #include "DownloadDump.h"
 #include "PluginLoader.h"
 
@@ -17,17 +19,16 @@
 
 #include <cstdint>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 
 namespace {
 
+using lkdh::host::CheckScriptOptions;
 using lkdh::host::DownloadDump;
 using lkdh::host::DumpError;
 using lkdh::host::HandlerOwner;
@@ -85,12 +86,13 @@ log4cplus::LogLevel LevelFromName(const std::string& name) {
   if (name == "DEBUG") return log4cplus::DEBUG_LOG_LEVEL;
   if (name == "WARN") return log4cplus::WARN_LOG_LEVEL;
   if (name == "ERROR") return log4cplus::ERROR_LOG_LEVEL;
+  if (name == "OFF") return log4cplus::OFF_LOG_LEVEL;
   return log4cplus::INFO_LOG_LEVEL;
 }
 
-void ConfigureLogging(const Options& options) {
-  if (!options.logConfig.empty()) {
-    log4cplus::PropertyConfigurator::doConfigure(options.logConfig);
+void ConfigureLogging(const std::string& logLevel, const std::string& logConfig) {
+  if (!logConfig.empty()) {
+    log4cplus::PropertyConfigurator::doConfigure(logConfig);
     return;
   }
   log4cplus::SharedAppenderPtr appender(
@@ -98,27 +100,26 @@ void ConfigureLogging(const Options& options) {
   appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%p %c - %m%n"));
   log4cplus::Logger root = log4cplus::Logger::getRoot();
   root.addAppender(appender);
-  root.setLogLevel(LevelFromName(options.logLevel));
+  root.setLogLevel(LevelFromName(logLevel));
 }
 
-// The installed plug-in: PREFIX/lib beside PREFIX/bin, where this command lives.
-std::string DefaultPluginPath() {
-  std::error_code error;
-  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) {
-    throw PluginError("cannot locate the installed plug-in: /proc/self/exe: " + error.message() +
-                      " (use --plugin)");
+// The download mode's --config and dump are required only without a
+// subcommand, so the usage line is written here rather than by CLI11.
+class HostFormatter : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    if (app->get_parent() != nullptr) return CLI::Formatter::make_usage(app, std::move(name));
+    return "Usage: " + name + " [OPTIONS] dump\n   or: " + name +
+           " check-script [OPTIONS] script\n";
   }
-  return (self.parent_path() / ".." / "lib" / "libLuaKnxDownloadHandler.so")
-      .lexically_normal()
-      .string();
-}
+};
 
 void PrintLine(const std::string& line) { std::cout << line << '\n' << std::flush; }
 
 int RunDownloads(const Options& options, const DownloadDump& dump,
                  const log4cplus::Logger& logger) {
-  const std::string pluginPath = options.plugin.empty() ? DefaultPluginPath() : options.plugin;
+  const std::string pluginPath =
+      options.plugin.empty() ? lkdh::host::InstalledPluginPath() : options.plugin;
   // Declared before the handler so that the handler is deleted before the library closes.
   PluginLibrary library(pluginPath);
   const Korvex::CreateHandlerFunction createHandler = library.CreateHandler();
@@ -162,10 +163,13 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
 
 int Run(int argc, char** argv) {
   Options options;
+  CheckScriptOptions check;
+  std::string checkLogLevel = "OFF";
   CLI::App app(
       "Loads a download-handler plug-in like the device's host application and hands it "
       "the download described in a JSON dump.",
       kProgram);
+  app.formatter(std::make_shared<HostFormatter>());
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string(kProgram) + ": " + error.what() +
            "\nRun with --help for more information.\n";
@@ -174,10 +178,11 @@ int Run(int argc, char** argv) {
                  "The plug-in library (default: ../lib/libLuaKnxDownloadHandler.so from this "
                  "command's directory)")
       ->type_name("FILE");
-  app.add_option("--config", options.configuration,
-                 "The handler's configuration, \"ETSPROJECT;SCRIPT\", passed as it is")
-      ->required()
-      ->type_name("TEXT");
+  auto* config = app.add_option("--config", options.configuration,
+                                "The handler's configuration, \"ETSPROJECT;SCRIPT\", passed as "
+                                "it is")
+                     ->required()
+                     ->type_name("TEXT");
   app.add_option("--app-data", options.appData,
                  "The AppData value of every call (1 forces a write)")
       ->check(Uint32Validator(0))
@@ -197,23 +202,82 @@ int Run(int argc, char** argv) {
       ->check(CLI::ExistingFile)
       ->type_name("PROPERTIES")
       ->excludes(logLevel);
-  app.add_option("dump", options.dump, "The download dump (JSON)")
-      ->required()
-      ->type_name("DUMP.json");
+  // Not required as far as CLI11 knows: a required positional would swallow the
+  // subcommand's name. Checked after parsing, as are left-over arguments, in the
+  // order in which CLI11 would report them.
+  auto* dumpOption = app.add_option("dump", options.dump, "The download dump (JSON; REQUIRED)")
+                         ->type_name("DUMP.json");
+  app.allow_extras();
   app.footer(
       "Prints \"reset-user-data\" when the plug-in resets the user data and \"result: true|false\" "
       "after each call.\nExit status: 0 all calls ran, 2 usage error or bad dump, 3 plug-in not "
-      "loadable, 4 handler not loaded, 1 unexpected failure.");
+      "loadable, 4 handler not loaded, 1 unexpected failure.\nRun \"knx-download-host "
+      "check-script --help\" for the script check.");
+
+  CLI::App* checkScript = app.add_subcommand(
+      "check-script",
+      "Checks a description script: calls its functions as the plug-in does and reports what "
+      "the plug-in would misread");
+  checkScript->allow_extras(false);
+  checkScript->preparse_callback([config](std::size_t) { config->required(false); });
+  checkScript->add_option("script", check.script, "The description script (Lua)")
+      ->required()
+      ->check(CLI::ExistingFile)
+      ->type_name("SCRIPT");
+  checkScript
+      ->add_option("--dump", check.dump,
+                   "Check with the channel types and values of this download dump, and "
+                   "summarise the document the plug-in writes for it")
+      ->type_name("DUMP.json");
+  checkScript
+      ->add_option("--plugin", check.plugin,
+                   "The plug-in library for the document summary (default: the installed one)")
+      ->type_name("FILE");
+  checkScript
+      ->add_option("--log-level", checkLogLevel, "The root logger's level (the plug-in's log)")
+      ->check(CLI::IsMember({"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "OFF"}))
+      ->type_name("LEVEL")
+      ->capture_default_str();
+  checkScript->footer(
+      "Prints one line per finding, \"[FILE:LINE: ]error|warning|info: MESSAGE\", then, with "
+      "--dump, \"document: ...\" lines, and last \"check-script: N errors, M warnings\".\n"
+      "Exit status: 0 no error, 1 an error was found, 2 usage error or bad dump, 3 plug-in not "
+      "loadable.");
 
   try {
     app.parse(argc, argv);
+    if (!checkScript->parsed() && dumpOption->count() == 0) {
+      throw CLI::RequiredError(dumpOption->get_name());
+    }
+    if (!app.remaining(false).empty()) throw CLI::ExtrasError(app.get_name(), app.remaining(false));
+    if (checkScript->parsed()) {
+      // The download mode's options mean nothing to the check.
+      for (const CLI::Option* option : app.get_options()) {
+        if (option->count() > 0) {
+          throw CLI::ValidationError(option->get_name() + " cannot be used with check-script");
+        }
+      }
+    }
   } catch (const CLI::ParseError& error) {
     const int code = app.exit(error);
     return code == 0 ? kExitOk : kExitUsage;
   }
 
+  if (checkScript->parsed()) {
+    try {
+      ConfigureLogging(checkLogLevel, "");
+      return lkdh::host::RunCheckScript(check);
+    } catch (const PluginError& error) {
+      std::cerr << kProgram << ": " << error.what() << '\n';
+      return kExitPlugin;
+    } catch (const std::exception& error) {
+      std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
+      return kExitUnexpected;
+    }
+  }
+
   try {
-    ConfigureLogging(options);
+    ConfigureLogging(options.logLevel, options.logConfig);
   } catch (const std::exception& error) {
     std::cerr << kProgram << ": cannot configure logging: " << error.what() << '\n';
     return kExitUsage;

@@ -1,26 +1,21 @@
 // Runs the installed knx-download-host as a child process and checks what it
 // prints and how it exits.
 
+#include "HostProcess.h"
+
 #include <TempDir.h>
 
 #include <gtest/gtest.h>
 #include <boost/filesystem/operations.hpp>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <cerrno>
-#include <cstring>
 #include <ostream>
 #include <string>
 #include <vector>
 
-extern char** environ;
-
 namespace {
 
 namespace fs = boost::filesystem;
+using lkdh::test::Outcome;
 using lkdh::test::ReadWholeFile;
 using lkdh::test::TempDir;
 
@@ -29,12 +24,6 @@ const std::string kScript = LKDH_TEST_DATA_DIR "/host_device.lua";
 const std::string kDump = LKDH_TEST_DATA_DIR "/host_download.json";
 const std::string kUsageHint = "Run with --help for more information.\n";
 
-struct Outcome {
-  int exitCode = -1;  // 128 + signal when the command was killed
-  std::string out;
-  std::string err;
-};
-
 class HostCommandTest : public ::testing::Test {
  protected:
   TempDir dir;
@@ -42,42 +31,8 @@ class HostCommandTest : public ::testing::Test {
 
   std::string Config() const { return project.string() + ";" + kScript; }
 
-  // Runs the command with its output captured in files, which cannot fill up
-  // like pipes and block the child.
   Outcome Run(const std::vector<std::string>& args) const {
-    const std::string outPath = (dir.Path() / "stdout.txt").string();
-    const std::string errPath = (dir.Path() / "stderr.txt").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    std::vector<std::string> all{kHost};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& arg : all) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, kHost.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    Outcome outcome;
-    if (spawned != 0) {
-      ADD_FAILURE() << "cannot start " << kHost << ": " << std::strerror(spawned);
-      return outcome;
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-      if (errno != EINTR) {
-        ADD_FAILURE() << "waitpid failed: " << std::strerror(errno);
-        return outcome;
-      }
-    }
-    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    outcome.out = ReadWholeFile(outPath);
-    outcome.err = ReadWholeFile(errPath);
-    return outcome;
+    return lkdh::test::RunHost(kHost, dir.Path(), args);
   }
 
   std::string SaveLine() const {

@@ -1,0 +1,519 @@
+// knx-download-host check-script: flawed description scripts, one flaw each,
+// must produce exactly their finding line and the right exit status; clean
+// scripts (the demo among them) must pass.
+
+#include "HostProcess.h"
+
+#include <TempDir.h>
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using lkdh::test::Outcome;
+using lkdh::test::TempDir;
+
+const std::string kHost = LKDH_INSTALLED_HOST;
+const std::string kData = LKDH_TEST_DATA_DIR;
+const std::string kBase = kData + "/check_base.lua";
+const std::string kCheckDump = kData + "/check_download.json";
+const std::string kDemoScript = LKDH_SOURCE_DIR "/examples/demo/demo.lua";
+const std::string kDemoDump = LKDH_SOURCE_DIR "/examples/demo/demo-download.json";
+const std::string kUsageHint = "Run with --help for more information.\n";
+
+std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+// The error and warning lines of the output, in order.
+std::vector<std::string> Problems(const std::string& out) {
+  std::vector<std::string> problems;
+  for (const std::string& line : SplitLines(out)) {
+    if (Contains(line, ": error: ") || Contains(line, ": warning: ") ||
+        line.rfind("error: ", 0) == 0 || line.rfind("warning: ", 0) == 0) {
+      problems.push_back(line);
+    }
+  }
+  return problems;
+}
+
+std::string LastLine(const std::string& out) {
+  const std::vector<std::string> lines = SplitLines(out);
+  return lines.empty() ? std::string() : lines.back();
+}
+
+// "DIR/check_x.lua:12: " before a finding.
+std::string At(const std::string& script, int line) {
+  return kData + "/" + script + ":" + std::to_string(line) + ": ";
+}
+
+class CheckScriptTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+
+  Outcome Run(const std::vector<std::string>& args) const {
+    return lkdh::test::RunHost(kHost, dir.Path(), args);
+  }
+};
+
+// The presence lines of the base script's eleven functions.
+std::string BasePresence() {
+  const auto defined = [](int line, const std::string& name) {
+    return kBase + ":" + std::to_string(line) + ": info: " + name + " is defined\n";
+  };
+  return defined(11, "GetPropertyIds") + defined(53, "GetPropertyIndexForUrns") +
+         defined(49, "IsThereUrnsByPropertyIndex") + defined(57, "GetFunctionUrnByTypeId") +
+         defined(61, "GetChannelUrnByTypeId") +
+         defined(65, "GetFunctionUrnByTypeIdAndPropertyIndex") +
+         defined(70, "GetChannelUrnByTypeIdAndPropertyIndex") +
+         defined(75, "GetLuaTemplateIndexByTypeIdAndPropertyIndex") +
+         defined(80, "GetParametersFromChannelTypeId") + defined(97, "GetStaticData") +
+         defined(107, "HandleDcsType");
+}
+
+TEST_F(CheckScriptTest, CleanScriptPassesWithoutADump) {
+  const Outcome outcome = Run({"check-script", kBase});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, BasePresence() +
+                             "info: channel types the script describes: 1-2\n"
+                             "check-script: 0 errors, 0 warnings\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(CheckScriptTest, CleanScriptWithADumpSummarisesTheDocument) {
+  const Outcome outcome = Run({"check-script", kBase, "--dump", kCheckDump});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  // Slot 2 is an RGB dimmer, so its colour is shown; slot 1's is not.
+  EXPECT_EQ(outcome.out, BasePresence() +
+                             "info: channel types in the download: 1-2\n"
+                             "document: 1 folder, 3 functions, 1 static-data record, 1 enabled "
+                             "communication object\n"
+                             "document: 5 parameters of functions and static data: 3 Bool, 1 "
+                             "UInt32, 1 Text\n"
+                             "check-script: 0 errors, 0 warnings\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(CheckScriptTest, ExplicitPlugInGivesTheSameSummary) {
+  const Outcome outcome =
+      Run({"check-script", "--plugin", LKDH_INSTALLED_PLUGIN, "--dump", kCheckDump, kBase});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "document: 1 folder, 3 functions,")) << outcome.out;
+}
+
+TEST_F(CheckScriptTest, DemoPassesWithoutADump) {
+  const Outcome outcome = Run({"check-script", kDemoScript});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+  EXPECT_EQ(Problems(outcome.out), std::vector<std::string>{});
+  EXPECT_TRUE(Contains(outcome.out, "info: channel types the script describes: 1-5\n"))
+      << outcome.out;
+  EXPECT_EQ(LastLine(outcome.out), "check-script: 0 errors, 0 warnings");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(CheckScriptTest, DemoPassesWithItsDump) {
+  const Outcome outcome = Run({"check-script", kDemoScript, "--dump", kDemoDump});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+  EXPECT_EQ(Problems(outcome.out), std::vector<std::string>{});
+  EXPECT_TRUE(Contains(outcome.out,
+                       "info: channel types in the download: 1-5\n"
+                       "document: 3 folders, 9 functions, 3 static-data records, 9 enabled "
+                       "communication objects\n"
+                       "document: 23 parameters of functions and static data: 6 Bool, 10 UInt8, "
+                       "4 Float16, 1 Text, 1 Name, 1 Url\n"
+                       "check-script: 0 errors, 0 warnings\n"))
+      << outcome.out;
+  EXPECT_EQ(outcome.err, "");
+}
+
+struct FlawCase {
+  const char* name;
+  std::string script;                 // in the test data directory
+  std::vector<std::string> options;   // besides the script
+  std::vector<std::string> findings;  // the error and warning lines, exactly
+  int exitCode;
+};
+
+std::ostream& operator<<(std::ostream& os, const FlawCase& flaw) { return os << flaw.name; }
+
+class CheckScriptFlawTest : public CheckScriptTest,
+                            public ::testing::WithParamInterface<FlawCase> {};
+
+TEST_P(CheckScriptFlawTest, ReportsTheFlawOnItsLine) {
+  const FlawCase& flaw = GetParam();
+  std::vector<std::string> args{"check-script", kData + "/" + flaw.script};
+  args.insert(args.end(), flaw.options.begin(), flaw.options.end());
+  const Outcome outcome = Run(args);
+  EXPECT_EQ(outcome.exitCode, flaw.exitCode) << outcome.out << outcome.err;
+  EXPECT_EQ(Problems(outcome.out), flaw.findings) << outcome.out;
+  std::size_t errors = 0;
+  for (const std::string& finding : flaw.findings) {
+    if (Contains(finding, ": error: ") || finding.rfind("error: ", 0) == 0) ++errors;
+  }
+  const std::size_t warnings = flaw.findings.size() - errors;
+  EXPECT_EQ(LastLine(outcome.out),
+            "check-script: " + std::to_string(errors) + (errors == 1 ? " error, " : " errors, ") +
+                std::to_string(warnings) + (warnings == 1 ? " warning" : " warnings"));
+  EXPECT_EQ(outcome.err, "");
+}
+
+const std::string kNoDocument =
+    "error: the plug-in writes no document for this download (run with --log-level ERROR to see "
+    "why)";
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, CheckScriptFlawTest,
+    ::testing::Values(
+        FlawCase{"SyntaxError",
+                 "check_syntax_error.lua",
+                 {},
+                 {At("check_syntax_error.lua", 4) +
+                  "error: the script does not load: unexpected symbol near '='"},
+                 1},
+        FlawCase{
+            "MissingFunction",
+            "check_missing_function.lua",
+            {},
+            {kData + "/check_missing_function.lua: error: GetStaticData is not defined: every call "
+                     "fails and the document gets no static data"},
+            1},
+        FlawCase{"NumericKeyInParameter",
+                 "check_numeric_key.lua",
+                 {},
+                 {At("check_numeric_key.lua", 4) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': numeric key [1] "
+                  "in a parameter table: the download would abort"},
+                 1},
+        FlawCase{"LowerCaseType",
+                 "check_lower_case_type.lua",
+                 {},
+                 {At("check_lower_case_type.lua", 4) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': unknown value "
+                  "type 'bool' (did you mean 'Bool'?): the parameter is silently left out"},
+                 1},
+        FlawCase{"FloatPropertyId",
+                 "check_float_property_id.lua",
+                 {},
+                 {At("check_float_property_id.lua", 4) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
+                  "PropertyId 53.0 is a float, not an integer: the plug-in ignores it and reads "
+                  "property 0"},
+                 1},
+        FlawCase{"PropertyIdOverOneOctet",
+                 "check_property_id_range.lua",
+                 {},
+                 {At("check_property_id_range.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
+                  "PropertyId 300 is read as 44 (only its low 8 bits count)"},
+                 0},
+        FlawCase{"FloatDigits",
+                 "check_float_digits.lua",
+                 {},
+                 {At("check_float_digits.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'Power': Digits 2.0 is a "
+                  "float, not an integer: ignored (no decimals)"},
+                 0},
+        FlawCase{"MisspeltField",
+                 "check_unknown_field.lua",
+                 {},
+                 {At("check_unknown_field.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'Power': unknown field "
+                  "'Digit' is ignored (did you mean 'Digits'?)"},
+                 0},
+        FlawCase{"DuplicateKey",
+                 "check_duplicate_key.lua",
+                 {},
+                 {At("check_duplicate_key.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1): 2 parameters have the Key "
+                  "'State': the document lists them in no defined order"},
+                 0},
+        FlawCase{"UrnNil",
+                 "check_urn_nil.lua",
+                 {},
+                 {At("check_urn_nil.lua", 4) +
+                  "warning: GetChannelUrnByTypeId(1): returns nil: the plug-in reads it as an "
+                  "empty text, so channelTypeUrn is empty, not \"Unsupported\""},
+                 0},
+        FlawCase{"UrnErrorPointsAtTheError",
+                 "check_urn_error.lua",
+                 {},
+                 {At("check_urn_error.lua", 6) +
+                  "error: GetChannelUrnByTypeId(1): raises an error: no channel URN for 1: the "
+                  "plug-in writes \"Unsupported\""},
+                 1},
+        FlawCase{"SelectorQueryReturnsANumber",
+                 "check_selector_number.lua",
+                 {},
+                 {At("check_selector_number.lua", 4) +
+                  "warning: IsThereUrnsByPropertyIndex(2): returns an integer (1), not a boolean: "
+                  "read as true"},
+                 0},
+        FlawCase{"SelectorUrnNil",
+                 "check_selector_nil.lua",
+                 {},
+                 {At("check_selector_nil.lua", 4) +
+                  "warning: GetChannelUrnByTypeIdAndPropertyIndex(2, 1): returns nil: the plug-in "
+                  "reads it as an empty text, so channelTypeUrn is empty, not \"Unsupported\""},
+                 0},
+        FlawCase{"SelectorUrnNilForTheDumpsSlot",
+                 "check_selector_nil.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_selector_nil.lua", 4) +
+                  "warning: GetChannelUrnByTypeIdAndPropertyIndex(2, 1): returns nil: the plug-in "
+                  "reads it as an empty text, so channelTypeUrn is empty, not \"Unsupported\""},
+                 0},
+        FlawCase{"ShowIfWithoutFunction",
+                 "check_showif_without_function.lua",
+                 {},
+                 {At("check_showif_without_function.lua", 4) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf has "
+                  "PropertyIds but no Function: the plug-in calls an invalid reference and always "
+                  "hides the parameter"},
+                 1},
+        FlawCase{"ShowIfWithoutPropertyIds",
+                 "check_showif_without_ids.lua",
+                 {},
+                 {At("check_showif_without_ids.lua", 9) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf has a "
+                  "Function but no PropertyIds: the function is never called and the parameter "
+                  "is always shown"},
+                 0},
+        FlawCase{"ShowIfUrlEntry",
+                 "check_showif_url.lua",
+                 {},
+                 {At("check_showif_url.lua", 10) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf "
+                  "PropertyIds entry [1]: a 'Url' entry passes no argument (a later one takes "
+                  "its place)"},
+                 0},
+        FlawCase{"ShowIfError",
+                 "check_showif_error.lua",
+                 {},
+                 {At("check_showif_error.lua", 11) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf function "
+                  "raises an error: attempt to index a number value (local 'kind'): the "
+                  "parameter is hidden"},
+                 1},
+        FlawCase{"ShowIfReturnsNothing",
+                 "check_showif_nil.lua",
+                 {},
+                 {At("check_showif_nil.lua", 10) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf function "
+                  "returns nil, not a boolean: read as false, so the parameter is hidden"},
+                 0},
+        FlawCase{"MissingLimit",
+                 "check_missing_limit.lua",
+                 {},
+                 {At("check_missing_limit.lua", 5) +
+                  "error: GetPropertyIds(): setting 'MaxTextCharCount' is missing: the limit is "
+                  "read at the zero address (interface object 0, property 0), and without a "
+                  "value there no document is written"},
+                 1},
+        FlawCase{"MissingLimitWithDump",
+                 "check_missing_limit.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_missing_limit.lua", 5) +
+                      "error: GetPropertyIds(): setting 'MaxTextCharCount' is missing: the limit "
+                      "is read at the zero address (interface object 0, property 0), and without "
+                      "a value there no document is written",
+                  kNoDocument},
+                 1},
+        FlawCase{"MissingSetting",
+                 "check_missing_setting.lua",
+                 {},
+                 {At("check_missing_setting.lua", 5) +
+                  "warning: GetPropertyIds(): setting 'FolderIcon' is missing: read at the zero "
+                  "address (interface object 0, property 0)"},
+                 0},
+        FlawCase{"SettingTypo",
+                 "check_setting_typo.lua",
+                 {},
+                 {At("check_setting_typo.lua", 5) +
+                      "warning: GetPropertyIds(): setting 'FolderIcons' is not read by the "
+                      "plug-in (did you mean 'FolderIcon'?)",
+                  At("check_setting_typo.lua", 5) +
+                      "warning: GetPropertyIds(): setting 'FolderIcon' is missing: read at the "
+                      "zero address (interface object 0, property 0)"},
+                 0},
+        FlawCase{"SettingsNotReturned",
+                 "check_settings_nil.lua",
+                 {},
+                 {At("check_settings_nil.lua", 4) +
+                  "error: GetPropertyIds(): returns nil, not a table: every setting is read at "
+                  "the zero address (interface object 0, property 0), so no document is "
+                  "written"},
+                 1},
+        FlawCase{"InterfaceObjectAsText",
+                 "check_interface_object_text.lua",
+                 {},
+                 {At("check_interface_object_text.lua", 5) +
+                  "error: GetPropertyIds(), setting 'ChannelType': InterfaceObjectId is a string "
+                  "('1'), not an integer: the plug-in ignores it and reads interface object 0"},
+                 1},
+        FlawCase{"StaticDataAsList",
+                 "check_static_list.lua",
+                 {},
+                 {At("check_static_list.lua", 4) +
+                  "error: GetStaticData(): numeric key [1] in the static-data table: the "
+                  "download would abort"},
+                 1},
+        FlawCase{"SubDataAsList",
+                 "check_list_subdata.lua",
+                 {},
+                 {At("check_list_subdata.lua", 4) +
+                  "error: GetStaticData(), entry 'Timers': list-shaped SubData (numeric key [1]): "
+                  "the download would abort"},
+                 1},
+        FlawCase{"SubDataCycle",
+                 "check_subdata_cycle.lua",
+                 {},
+                 {At("check_subdata_cycle.lua", 4) +
+                  "error: GetStaticData(), entry 'Timers/Again': contains itself through SubData: "
+                  "the nesting never ends and the download would abort"},
+                 1},
+        FlawCase{"EnabledPropertyAsFlag",
+                 "check_enabled_flag.lua",
+                 {},
+                 {At("check_enabled_flag.lua", 4) +
+                  "warning: GetStaticData(), entry 'Weather': EnabledProperty is a boolean "
+                  "(true), not a property table: ignored, so the entry is always written"},
+                 0},
+        FlawCase{"EndlessLoop",
+                 "check_endless_loop.lua",
+                 {},
+                 {At("check_endless_loop.lua", 7) +
+                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "stopped (an endless loop?): the download would hang"},
+                 1},
+        FlawCase{"EndlessLoopSkipsThePlugIn",
+                 "check_endless_loop.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_endless_loop.lua", 7) +
+                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "stopped (an endless loop?): the download would hang"},
+                 1},
+        FlawCase{"PropertyNotInTheDownload",
+                 "check_missing_property.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_missing_property.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property "
+                  "(interface object 1, property 99) is not in the download: interface object 1 "
+                  "has no property 99"},
+                 0},
+        FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0}),
+    [](const ::testing::TestParamInfo<FlawCase>& param) { return std::string(param.param.name); });
+
+TEST_F(CheckScriptTest, EndlessLoopLeavesNoDocumentSummary) {
+  const Outcome outcome =
+      Run({"check-script", kData + "/check_endless_loop.lua", "--dump", kCheckDump});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_TRUE(Contains(outcome.out,
+                       "info: no document summary: the plug-in would not come back from this "
+                       "script\n"))
+      << outcome.out;
+  EXPECT_FALSE(Contains(outcome.out, "document: ")) << outcome.out;
+}
+
+TEST_F(CheckScriptTest, PlugInLogShowsWhyNoDocumentIsWritten) {
+  const Outcome outcome = Run({"check-script", kData + "/check_missing_limit.lua", "--dump",
+                               kCheckDump, "--log-level", "ERROR"});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_TRUE(Contains(outcome.err,
+                       "ERROR KnxDownloadHandler - Max text char count not set. PropertyId: 0\n"))
+      << outcome.err;
+}
+
+TEST_F(CheckScriptTest, ScriptPrintOutputGoesToStandardError) {
+  const auto script = dir.WriteFile("printing.lua", "dofile(\"" + kBase +
+                                                        "\")\n"
+                                                        "print(\"loaded\", 42)\n");
+  const Outcome outcome = Run({"check-script", script.string()});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out;
+  EXPECT_EQ(outcome.err, "loaded\t42\n");
+  EXPECT_EQ(LastLine(outcome.out), "check-script: 0 errors, 0 warnings");
+}
+
+TEST_F(CheckScriptTest, MissingPlugInExitsWithThreeAfterTheFindings) {
+  const Outcome outcome =
+      Run({"check-script", kBase, "--dump", kCheckDump, "--plugin", "/no/such/plugin.so"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_EQ(LastLine(outcome.out), "check-script: 0 errors, 0 warnings");
+  EXPECT_EQ(outcome.err,
+            "knx-download-host: cannot load the plug-in: /no/such/plugin.so: cannot open shared "
+            "object file: No such file or directory\n");
+}
+
+TEST_F(CheckScriptTest, BadDumpExitsWithTwo) {
+  const auto dump = dir.WriteFile("x.json", "{\"interfaceObjects\": [], \"memroy\": {}}");
+  const Outcome outcome = Run({"check-script", kBase, "--dump", dump.string()});
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(
+      outcome.err,
+      "knx-download-host: bad dump '" + dump.string() +
+          "': /memroy: unknown key (allowed here: interfaceObjects, memory, coDescriptors)\n");
+}
+
+struct CheckUsageCase {
+  const char* name;
+  std::vector<std::string> args;
+  std::string message;
+};
+
+std::ostream& operator<<(std::ostream& os, const CheckUsageCase& usage) { return os << usage.name; }
+
+class CheckScriptUsageTest : public CheckScriptTest,
+                             public ::testing::WithParamInterface<CheckUsageCase> {};
+
+TEST_P(CheckScriptUsageTest, ExitsWithTwoAndAMessage) {
+  const Outcome outcome = Run(GetParam().args);
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, "knx-download-host: " + GetParam().message + "\n" + kUsageHint);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CheckScriptUsageTest,
+    ::testing::Values(CheckUsageCase{"NoScript", {"check-script"}, "script is required"},
+                      CheckUsageCase{"MissingScript",
+                                     {"check-script", "/no/such.lua"},
+                                     "script: File does not exist: /no/such.lua"},
+                      CheckUsageCase{"DownloadOption",
+                                     {"--config", "a;b", "check-script", kBase},
+                                     "--config cannot be used with check-script"},
+                      CheckUsageCase{"UnknownLevel",
+                                     {"check-script", kBase, "--log-level", "LOUD"},
+                                     "--log-level: LOUD not in {TRACE,DEBUG,INFO,WARN,ERROR,OFF}"},
+                      CheckUsageCase{"TwoScripts",
+                                     {"check-script", kBase, kBase},
+                                     "The following argument was not expected: " + kBase}),
+    [](const ::testing::TestParamInfo<CheckUsageCase>& param) {
+      return std::string(param.param.name);
+    });
+
+TEST_F(CheckScriptTest, HelpNamesTheSubcommand) {
+  const Outcome main = Run({"--help"});
+  EXPECT_EQ(main.exitCode, 0);
+  EXPECT_TRUE(Contains(main.out, "   or: knx-download-host check-script [OPTIONS] script\n"))
+      << main.out;
+
+  const Outcome sub = Run({"check-script", "--help"});
+  EXPECT_EQ(sub.exitCode, 0);
+  EXPECT_TRUE(Contains(sub.out, "Usage: knx-download-host check-script [OPTIONS] script\n"))
+      << sub.out;
+  EXPECT_TRUE(Contains(sub.out, "--dump DUMP.json")) << sub.out;
+}
+
+}  // namespace

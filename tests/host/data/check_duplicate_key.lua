@@ -1,0 +1,10 @@
+-- Two parameters under one key.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetParametersFromChannelTypeId(typeId)
+  if typeId ~= SWITCH then return {} end
+  return {
+    { Key = "State", Type = "Bool", Property = prop(1, 53) },
+    { Key = "State", Type = "UInt8", Property = prop(1, 54) },
+  }
+end

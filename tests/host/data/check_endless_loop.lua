@@ -1,0 +1,10 @@
+-- Static data that never comes back.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetStaticData()
+  local data = {}
+  while true do
+    data.Weather = { Type = "weather" }
+  end
+  return data
+end

@@ -1,0 +1,7 @@
+-- A property id written as a float.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetParametersFromChannelTypeId(typeId)
+  if typeId ~= SWITCH then return {} end
+  return { { Key = "State", Type = "Bool", Property = { InterfaceObjectId = 1, PropertyId = 53.0 } } }
+end

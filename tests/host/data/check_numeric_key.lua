@@ -1,0 +1,7 @@
+-- A parameter table with a stray positional value.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetParametersFromChannelTypeId(typeId)
+  if typeId ~= SWITCH then return {} end
+  return { { Key = "State", Type = "Bool", Property = prop(1, 53), "on" } }
+end

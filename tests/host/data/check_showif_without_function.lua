@@ -1,0 +1,10 @@
+-- A ShowIf rule that names properties but has no function.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetParametersFromChannelTypeId(typeId)
+  if typeId ~= SWITCH then return {} end
+  return {
+    { Key = "State", Type = "Bool", Property = prop(1, 53),
+      ShowIf = { PropertyIds = { { Id = prop(1, 52), Type = "UInt8" } } } },
+  }
+end

@@ -1,0 +1,12 @@
+-- A ShowIf function that is never called.
+dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+
+function GetParametersFromChannelTypeId(typeId)
+  if typeId ~= SWITCH then return {} end
+  return {
+    { Key = "State", Type = "Bool", Property = prop(1, 53),
+      ShowIf = {
+        Function = function(kind) return kind == 1 end,
+      } },
+  }
+end
