@@ -5,53 +5,12 @@
 
 #include <log4cplus/loggingmacros.h>
 
-#include <algorithm>
-#include <cstddef>
+#include <sstream>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace Korvex::luaknxdownloadhandler {
 
 namespace {
-
-// Keeps the serialised text in blocks, so that the tree can be freed before the
-// text is joined into one string of exactly its size: a growing string or
-// stream would hold the tree, up to twice the text and then a copy at once.
-class BlockWriter final : public pugi::xml_writer {
- public:
-  void write(const void* data, std::size_t size) override {
-    const char* bytes = static_cast<const char*>(data);
-    while (size > 0) {
-      if (m_blocks.empty() || m_blocks.back().size() == kBlockSize) {
-        m_blocks.emplace_back();
-        m_blocks.back().reserve(kBlockSize);
-      }
-      std::string& block = m_blocks.back();
-      const std::size_t part = std::min(size, kBlockSize - block.size());
-      block.append(bytes, part);
-      bytes += part;
-      size -= part;
-    }
-  }
-
-  std::string Join() {
-    std::size_t total = 0;
-    for (const std::string& block : m_blocks) total += block.size();
-    std::string text;
-    text.reserve(total);
-    for (std::string& block : m_blocks) {
-      text += block;
-      std::string().swap(block);
-    }
-    m_blocks.clear();
-    return text;
-  }
-
- private:
-  static constexpr std::size_t kBlockSize = 64 * 1024;
-  std::vector<std::string> m_blocks;
-};
 
 // Writes one boolean device setting as "True"/"False"; unreadable counts as false.
 bool AddBoolSetting(pugi::xml_node& parameters, const char* name,
@@ -93,7 +52,7 @@ boost::optional<std::string> EtsXml::Create() {
   }
   // A URL limit of 0 is accepted: URL parameters then read as empty texts.
 
-  BlockWriter text;
+  std::ostringstream stream;
   {
     pugi::xml_document document;
     pugi::xml_node declaration = document.append_child(pugi::node_declaration);
@@ -104,9 +63,9 @@ boost::optional<std::string> EtsXml::Create() {
     std::string deviceName = "Korvex T5";
     CreateXmlRoot(document, version, deviceName);
 
-    document.save(text, "  ", pugi::format_indent, pugi::encoding_utf8);
-  }  // the tree goes here, before the text is joined
-  return text.Join();
+    document.save(stream, "  ", pugi::format_indent, pugi::encoding_utf8);
+  }  // the tree is freed here, before the text is copied out of the stream
+  return stream.str();
 }
 
 void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::string& deviceName) {
