@@ -1,6 +1,7 @@
 # Reliability tests: kills mid-write, file-system faults, heap growth (label
 # "reliability"), and the demo download under valgrind's memcheck (label "valgrind").
-lkdh_add_tests(reliability reliability LuaKnxDownloadHandler::LuaKnxDownloadHandler lkdh_download_dump)
+lkdh_add_tests(reliability reliability LuaKnxDownloadHandler::LuaKnxDownloadHandler Platform::OvsLua
+  lkdh_download_dump)
 
 # Sanitizer runtimes and valgrind do not mix, and the host's valgrind cannot run a
 # cross-built program, so memcheck runs in plain native builds only.

@@ -1,6 +1,9 @@
 #include "SmallBlockPool.h"
 
+#include <ovslua/PoolUsage.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,12 +12,24 @@ namespace ovslua::detail {
 static_assert(alignof(double) <= 8 && alignof(long long) <= 8 && alignof(void*) <= 8,
               "Lua objects need at most 8-byte alignment");
 
+namespace {
+
+// Process-wide, since interpreters may live on several threads; relaxed, since
+// they are statistics that order nothing else.
+std::atomic<std::size_t> g_chunkBytes{0};
+std::atomic<std::size_t> g_blockBytes{0};
+
+}  // namespace
+
 SmallBlockPool::~SmallBlockPool() {
   while (m_chunks != nullptr) {
     Chunk* next = m_chunks->next;
     std::free(m_chunks);
+    g_chunkBytes.fetch_sub(kChunkBytes, std::memory_order_relaxed);
     m_chunks = next;
   }
+  // Blocks the interpreter did not give back die with their chunks.
+  g_blockBytes.fetch_sub(m_blockBytes, std::memory_order_relaxed);
 }
 
 void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
@@ -32,11 +47,20 @@ void* SmallBlockPool::New(std::size_t size) noexcept {
   if (!IsSmall(size)) return std::malloc(size);
   const std::size_t sizeClass = ClassOf(size);
   FreeBlock* free = m_free[sizeClass];
+  void* block = free;
   if (free != nullptr) {
     m_free[sizeClass] = free->next;
-    return free;
+  } else {
+    block = Carve(sizeClass);
+    if (block == nullptr) return nullptr;
   }
-  return Carve(sizeClass);
+  CountBlocks(static_cast<std::ptrdiff_t>(sizeClass * kGranule));
+  return block;
+}
+
+void SmallBlockPool::CountBlocks(std::ptrdiff_t bytes) noexcept {
+  m_blockBytes += static_cast<std::size_t>(bytes);  // wraps back for a negative step
+  g_blockBytes.fetch_add(static_cast<std::size_t>(bytes), std::memory_order_relaxed);
 }
 
 void SmallBlockPool::Delete(void* block, std::size_t size) noexcept {
@@ -48,6 +72,7 @@ void SmallBlockPool::Delete(void* block, std::size_t size) noexcept {
   auto* free = static_cast<FreeBlock*>(block);
   free->next = m_free[sizeClass];
   m_free[sizeClass] = free;
+  CountBlocks(-static_cast<std::ptrdiff_t>(sizeClass * kGranule));
 }
 
 void* SmallBlockPool::Resize(void* block, std::size_t oldSize, std::size_t newSize) noexcept {
@@ -69,6 +94,7 @@ void* SmallBlockPool::Carve(std::size_t sizeClass) noexcept {
     // The rest of the old chunk (less than one block) is left unused.
     auto* chunk = static_cast<Chunk*>(std::malloc(kChunkBytes));
     if (chunk == nullptr) return nullptr;
+    g_chunkBytes.fetch_add(kChunkBytes, std::memory_order_relaxed);
     chunk->next = m_chunks;
     m_chunks = chunk;
     m_next = reinterpret_cast<char*>(chunk) + kChunkHeader;
@@ -80,3 +106,14 @@ void* SmallBlockPool::Carve(std::size_t sizeClass) noexcept {
 }
 
 }  // namespace ovslua::detail
+
+namespace ovslua {
+
+PoolUsage InterpreterPoolUsage() noexcept {
+  PoolUsage usage;
+  usage.chunkBytes = detail::g_chunkBytes.load(std::memory_order_relaxed);
+  usage.blockBytes = detail::g_blockBytes.load(std::memory_order_relaxed);
+  return usage;
+}
+
+}  // namespace ovslua

@@ -48,19 +48,19 @@ class SmallBlockPool {
   static constexpr std::size_t kChunkHeader = (sizeof(Chunk) + kGranule - 1) / kGranule * kGranule;
 
   static bool IsSmall(std::size_t size) noexcept { return size <= kLargestSmall; }
-  static std::size_t ClassOf(std::size_t size) noexcept {
-    return (size + kGranule - 1) / kGranule;
-  }
+  static std::size_t ClassOf(std::size_t size) noexcept { return (size + kGranule - 1) / kGranule; }
 
   void* New(std::size_t size) noexcept;
   void Delete(void* block, std::size_t size) noexcept;
   void* Resize(void* block, std::size_t oldSize, std::size_t newSize) noexcept;
   void* Carve(std::size_t sizeClass) noexcept;
+  void CountBlocks(std::ptrdiff_t bytes) noexcept;
 
   FreeBlock* m_free[kClasses] = {};
   Chunk* m_chunks = nullptr;
   char* m_next = nullptr;  // the newest chunk's space not yet handed out
   char* m_end = nullptr;
+  std::size_t m_blockBytes = 0;  // this pool's share of the process-wide count
 };
 
 }  // namespace ovslua::detail
