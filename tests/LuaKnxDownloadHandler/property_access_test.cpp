@@ -93,7 +93,7 @@ void PrintTo(const Dpt9Vector& vector, std::ostream* os) { *os << vector.line; }
 
 std::vector<Dpt9Vector> LoadDpt9Vectors() {
   std::vector<Dpt9Vector> vectors;
-  std::ifstream file(LKDH_SHARED_DIR "/knx-dpt9-vectors.csv");
+  std::ifstream file(LKDH_TEST_DATA_DIR "/knx-dpt9-vectors.csv");
   std::string line;
   bool header = true;
   while (std::getline(file, line)) {

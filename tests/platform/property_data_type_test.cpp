@@ -25,7 +25,7 @@ struct PdtRow {
 
 // The reference table of KNX property datatypes shipped with the project.
 std::vector<PdtRow> LoadPdtTable() {
-  std::ifstream in(LKDH_SHARED_DIR "/knx-pdt.csv");
+  std::ifstream in(LKDH_TEST_DATA_DIR "/knx-pdt.csv");
   EXPECT_TRUE(in.good()) << "cannot open knx-pdt.csv";
   std::vector<PdtRow> rows;
   std::string line;
