@@ -211,6 +211,38 @@ TEST_F(HandlerDownloadTest, ReadErrorOfTheSavedFileKeepsItAndDoesNotCallBack) {
       (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
 }
 
+TEST_F(HandlerDownloadTest, ResetUserDataSettingWritesWithoutReadingTheSavedFile) {
+  auto handler = MakeHandler(file);
+  HandlerDownload download("Living", /*resetUserData=*/true);
+  ASSERT_TRUE(Download(*handler, download));
+  // A saved file that cannot be read does not matter when the setting orders a write.
+  auto ops = Helper::File::detail::DefaultFileSystemOps();
+  ops.read = &FailingRead;
+  const auto previous = Helper::File::detail::SetFileSystemOps(ops);
+  LogCapture capture;
+  const bool result = Download(*handler, HandlerDownload("Kitchen", /*resetUserData=*/true));
+  Helper::File::detail::SetFileSystemOps(previous);
+  EXPECT_TRUE(result);
+  EXPECT_EQ(callbacks, 2);
+  EXPECT_NE(ReadWholeFile(file).find("name=\"Kitchen\""), std::string::npos);
+  EXPECT_TRUE(capture.Lines(kError).empty());
+}
+
+TEST_F(HandlerDownloadTest, CallbackThrowingANonStandardExceptionLandsInTheLastHandler) {
+  auto handler = MakeHandler(file);
+  const HandlerDownload download;
+  LogCapture capture;
+  const bool result = handler->CreateFileWithKnxData(
+      download.objects, download.memory, [] { throw 42; }, IKnxDownloadHandler::AppData_None,
+      download.descriptors);
+  EXPECT_FALSE(result);
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_EQ(
+      capture.Lines(kError),
+      (std::vector<LogLine>{
+          {kError, kLogger, "LuaKnxDownloadHandler::CreateFileWithKnxData unknown exception: "}}));
+}
+
 TEST_F(HandlerDownloadTest, UnwritableTargetLogsTheWriteErrorAndDoesNotCallBack) {
   const fs::path target = dir.Path() / "missing-directory" / "etsproject.xml";
   auto handler = MakeHandler(target);
