@@ -3,6 +3,7 @@
 // same durable write the plug-in uses (BM_Floor), or only serialised into
 // memory (BM_FloorInMemory). scripts/bench-report.sh runs these and turns the
 // JSON into docs/performance.md.
+#include "CopyTree.h"
 #include "generator/DownloadGenerator.h"
 
 #include <Helper/File.h>
@@ -110,19 +111,6 @@ void BM_Unchanged(benchmark::State& state) {
   Counters(state, fixture);
 }
 
-void CopyTree(const pugi::xml_node& from, pugi::xml_node to) {
-  for (const auto& child : from.children()) {
-    pugi::xml_node copy = to.append_child(child.type());
-    if (child.type() == pugi::node_element || child.type() == pugi::node_declaration) {
-      copy.set_name(child.name());
-    }
-    for (const auto& attribute : child.attributes()) {
-      copy.append_attribute(attribute.name()).set_value(attribute.value());
-    }
-    CopyTree(child, copy);
-  }
-}
-
 struct StringWriter final : pugi::xml_writer {
   std::string text;
   void write(const void* data, std::size_t size) override {
@@ -133,7 +121,7 @@ struct StringWriter final : pugi::xml_writer {
 // The same tree from strings already at hand, serialised to text.
 std::string FloorText(const pugi::xml_document& parsed, std::size_t size) {
   pugi::xml_document document;
-  CopyTree(parsed, document);
+  lkdh::bench::CopyTree(parsed, document);
   StringWriter writer;
   writer.text.reserve(size);
   document.save(writer, "  ", pugi::format_indent, pugi::encoding_utf8);

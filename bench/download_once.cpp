@@ -17,6 +17,7 @@
 // --downloads 0 the K floors. With LD_PRELOAD=liblkdh_heap_peak.so the heap
 // figures are printed as well.
 // The result is one JSON object on stdout.
+#include "CopyTree.h"
 #include "generator/DownloadGenerator.h"
 
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
@@ -62,19 +63,6 @@ namespace {
 // Heap in use right after the floor built its tree (0 without the shim).
 std::size_t (*g_heapCurrent)() = nullptr;
 std::size_t g_floorTreeBytes = 0;
-
-void CopyTree(const pugi::xml_node& from, pugi::xml_node to) {
-  for (const auto& child : from.children()) {
-    pugi::xml_node copy = to.append_child(child.type());
-    if (child.type() == pugi::node_element || child.type() == pugi::node_declaration) {
-      copy.set_name(child.name());
-    }
-    for (const auto& attribute : child.attributes()) {
-      copy.append_attribute(attribute.name()).set_value(attribute.value());
-    }
-    CopyTree(child, copy);
-  }
-}
 
 /// The shim's functions, or null when it is not preloaded.
 struct Heap {
@@ -271,7 +259,7 @@ extern "C" bool lkdh_floor_once(const pugi::xml_document* parsed, std::size_t si
   };
   pugi::xml_document document;
   const std::size_t before = g_heapCurrent != nullptr ? g_heapCurrent() : 0;
-  CopyTree(*parsed, document);
+  lkdh::bench::CopyTree(*parsed, document);
   if (g_heapCurrent != nullptr) g_floorTreeBytes = g_heapCurrent() - before;
   // The floor knows the size of its text: tree and text, nothing more.
   StringWriter writer;

@@ -33,7 +33,7 @@ std::uint16_t KnxFloat(double value) {
   return raw;
 }
 
-struct Spec {
+struct PropertyPlan {
   unsigned object;
   std::uint8_t id;
   PropertyDataType pdt;
@@ -44,12 +44,12 @@ class Builder {
  public:
   void Add(unsigned object, std::uint8_t id, PropertyDataType pdt,
            const std::vector<std::uint32_t>& values) {
-    Spec spec{object, id, pdt, {}};
+    PropertyPlan plan{object, id, pdt, {}};
     const unsigned size = KnxStack::ElementSize(pdt);
-    for (auto v : values) PutBigEndian(spec.bytes, v, size);
-    specs.push_back(std::move(spec));
+    for (auto v : values) PutBigEndian(plan.bytes, v, size);
+    plans.push_back(std::move(plan));
   }
-  std::vector<Spec> specs;
+  std::vector<PropertyPlan> plans;
 };
 
 const char* const kParameterTypes[] = {"Bool", "UInt8", "UInt16", "Float16", "Int16", "Name"};
@@ -217,8 +217,8 @@ std::unique_ptr<GeneratedDownload> GenerateDownload(const DownloadShape& shape) 
 
   KnxStack::InterfaceObject* objects[] = {&download->device, &download->functions,
                                           &download->staticData};
-  for (auto& spec : b.specs) {
-    objects[spec.object]->AddProperty(spec.id, spec.pdt, KnxStack::BinaryData(spec.bytes));
+  for (auto& plan : b.plans) {
+    objects[plan.object]->AddProperty(plan.id, plan.pdt, KnxStack::BinaryData(plan.bytes));
   }
   for (unsigned i = 0; i < 3; ++i) download->objects[i] = {objects[i]};
   download->memory = KnxStack::BinaryData(std::move(memory));
