@@ -10,11 +10,11 @@ packages=(
   liblua5.4-dev
   nlohmann-json3-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libxml2-utils
+  libxml2-utils valgrind
 )
 if [[ "${1:-}" == "--extra" ]]; then
-  # Tools for fuzzing, the armhf cross build and the benchmark plots.
-  packages+=(clang libclang-rt-14-dev valgrind)
+  # Tools for fuzzing (clang and its sanitizer runtimes).
+  packages+=(clang libclang-rt-14-dev)
 fi
 
 missing=()

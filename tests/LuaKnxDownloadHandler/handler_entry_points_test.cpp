@@ -73,7 +73,12 @@ TEST(HandlerConfiguration, TrailingOnlySemicolonPassesAnEmptyScriptNameToLoad) {
   LuaKnxDownloadHandler handler("/data/etsproject.xml;");
   EXPECT_FALSE(handler.Loaded());
   EXPECT_EQ(handler.GetEtsProjectPath(), "/data/etsproject.xml");
-  EXPECT_EQ(LoadFailures(capture), 1U);
+  ASSERT_EQ(LoadFailures(capture), 1U);
+  bool namedEmpty = false;
+  for (const auto& line : capture.Lines()) {
+    namedEmpty = namedEmpty || line.message.rfind("Load script '' failed (", 0) == 0;
+  }
+  EXPECT_TRUE(namedEmpty) << "no failure line names the empty script";
 }
 
 TEST(HandlerConfiguration, FieldsAreNotTrimmed) {

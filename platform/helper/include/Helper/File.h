@@ -17,7 +17,7 @@ enum class WriteFileMode : std::uint8_t {
   Replace = 1,  // atomically replace the whole content
 };
 
-/// Reads the whole file into content; false (content unspecified) on any failure.
+/// Reads the whole file into content; false on any failure, content then undefined.
 bool read_file(const boost::filesystem::path& path, std::string& content);
 
 /// Writes data to path. Replace writes a temporary file beside the target,
