@@ -3,6 +3,7 @@
 
 #include "HostProcess.h"
 
+#include <SchemaValidation.h>
 #include <TempDir.h>
 
 #include <gtest/gtest.h>
@@ -64,6 +65,7 @@ TEST_F(HostCommandTest, GoodRunWritesTheProjectAndResetsUserDataOnce) {
   EXPECT_TRUE(Contains(text, "<element name=\"Living\" type=\"location\">")) << text;
   EXPECT_TRUE(Contains(text, "<co nr=\"1\" />")) << text;
   EXPECT_FALSE(Contains(text, "<co nr=\"2\" />")) << text;
+  EXPECT_TRUE(lkdh::test::MatchesEtsprojectSchema(text));
 }
 
 TEST_F(HostCommandTest, SecondCallOfARepeatFindsTheSameDocument) {
