@@ -37,7 +37,9 @@ arch_packages=(
 )
 # Header-only libraries packaged for every architecture.
 all_packages=(nlohmann-json3-dev libcli11-dev)
-host_tools=(g++-$triplet qemu-user-static cmake make pkg-config)
+# Build tools, qemu-arm to run the tests, and xmllint, which the tests start
+# natively to check documents against the schema.
+host_tools=(g++-$triplet qemu-user-static cmake make pkg-config libxml2-utils)
 
 if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
 export DEBIAN_FRONTEND=noninteractive

@@ -25,11 +25,9 @@ cmake -S . -B "$build" \
 cmake --build "$build" -j2
 build_s=$((SECONDS - start))
 
-# Tests that start knx-download-host start an ARM binary; with no binfmt_misc
-# (containers, CI) only the emulator can run it, so they put this first.
-qemu=$(command -v qemu-arm || command -v qemu-arm-static)
-export LKDH_TEST_EMULATOR="$qemu -L $LKDH_ARMHF_SYSROOT"
-
+# ctest runs every test program under qemu-arm (the toolchain file's
+# CMAKE_CROSSCOMPILING_EMULATOR); tests that start knx-download-host themselves
+# get the same emulator command in LKDH_TEST_EMULATOR from tests/CMakeLists.txt.
 start=$SECONDS
 status=0
 ctest --test-dir "$build" -j2 --output-on-failure --timeout 600 "$@" || status=$?
