@@ -21,6 +21,17 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
+
+# What the measurements need beyond the test dependencies, installed when missing.
+"$root/scripts/install-deps.sh"
+need=()
+command -v gnuplot >/dev/null || need+=(gnuplot-nox)
+[[ -x /usr/bin/time ]] || need+=(time)
+if ((${#need[@]} > 0)); then
+  if [[ $(id -u) -ne 0 ]]; then sudo=sudo; else sudo=; fi
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${need[@]}"
+fi
 build=$root/build/bench
 out=$build/report
 skip_build=0 skip_benchmark=0 skip_callgrind=0 skip_memory=0 armhf=0
