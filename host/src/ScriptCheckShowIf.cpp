@@ -1,0 +1,219 @@
+// Checks of a parameter's ShowIf rule: its Function and PropertyIds, and a call of
+// the function with the arguments the plug-in would pass.
+#include "ScriptCheckInternal.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace lkdh::host::detail {
+
+namespace {
+
+const std::vector<std::string> kShowIfFields = {"PropertyIds", "Function"};
+const std::vector<std::string> kShowIfEntryFields = {"Id", "Type"};
+
+}  // namespace
+
+std::optional<ShowIfRule> Checker::WalkShowIf(int table, const Context& parameterContext) {
+  // Findings about a rule point at its function, when it has one of its own.
+  PushField(table, Key::Named("Function"));
+  const Place place = lua_type(m_state, -1) == LUA_TFUNCTION ? DefinitionOf(-1) : Place{};
+  lua_pop(m_state, 1);
+  const Context context = parameterContext.At(place);
+
+  ShowIfRule rule;
+  rule.context = context;
+  bool hasFunction = false;
+  std::string notAFunction;
+  std::size_t entryTables = 0;
+  WalkFields(table, context, "a ShowIf table", [&](const std::string& field, int value) {
+    if (field == "Function") {
+      hasFunction = true;
+      if (lua_type(m_state, value) == LUA_TFUNCTION) {
+        lua_pushvalue(m_state, value);
+        rule.function = luaL_ref(m_state, LUA_REGISTRYINDEX);
+      } else {
+        notAFunction = Describe(value);
+      }
+    } else if (field == "PropertyIds") {
+      if (lua_type(m_state, value) == LUA_TTABLE) {
+        entryTables = WalkShowIfEntries(value, context, rule.entries);
+      } else {
+        Report(Severity::Warning, context,
+               "ShowIf PropertyIds is " + Describe(value) +
+                   ", not a list: read as empty, so the parameter is always shown");
+      }
+    } else {
+      ReportUnknownField(context, "ShowIf: ", field, kShowIfFields);
+    }
+  });
+
+  const bool callable = rule.function != LUA_NOREF;
+  if (hasFunction && !callable) {
+    Report(Severity::Error, context,
+           "ShowIf Function is " + notAFunction + ", not a function: " +
+               (entryTables > 0
+                    ? "the plug-in calls an invalid reference and always hides the parameter"
+                    : "ignored"));
+  } else if (!hasFunction && entryTables > 0) {
+    Report(Severity::Error, context,
+           "ShowIf has PropertyIds but no Function: the plug-in calls an invalid reference and "
+           "always hides the parameter");
+  } else if (callable && entryTables == 0) {
+    Report(Severity::Warning, context,
+           "ShowIf has a Function but no PropertyIds: the function is never called and the "
+           "parameter is always shown");
+  }
+  if (callable && entryTables > 0) return rule;
+  if (callable) luaL_unref(m_state, LUA_REGISTRYINDEX, rule.function);
+  return std::nullopt;
+}
+
+// Returns the number of entry tables, each of which the plug-in keeps.
+std::size_t Checker::WalkShowIfEntries(int list, const Context& context,
+                                       std::vector<ShowIfEntry>& entries) {
+  list = lua_absindex(m_state, list);
+  const std::vector<Key> keys = Keys(list);
+  std::size_t tables = 0;
+  bool sequence = true;
+  lua_Integer expected = 1;
+  for (const Key& key : keys) {
+    if (key.type != LUA_TNUMBER || !key.isInteger || key.integer != expected) sequence = false;
+    ++expected;
+    if (key.type != LUA_TSTRING && key.type != LUA_TNUMBER) continue;
+    const std::string prefix = "ShowIf PropertyIds entry " + key.Bracketed() + ": ";
+    PushField(list, key);
+    if (lua_type(m_state, -1) == LUA_TTABLE) {
+      ++tables;
+      WalkShowIfEntry(lua_gettop(m_state), context, prefix, entries);
+    } else {
+      Report(Severity::Warning, context, prefix + "is " + Describe(-1) + ", not a table: skipped");
+    }
+    lua_pop(m_state, 1);
+  }
+  if (!sequence && tables > 1) {
+    Report(Severity::Warning, context,
+           "ShowIf PropertyIds is not a sequence: its entries, and so the function's arguments, "
+           "come in no defined order");
+  }
+  return tables;
+}
+
+void Checker::WalkShowIfEntry(int table, const Context& context, const std::string& prefix,
+                              std::vector<ShowIfEntry>& entries) {
+  const std::string noArgument = "the entry passes no argument (a later one takes its place)";
+  ShowIfEntry entry;
+  bool hasId = false;
+  bool hasType = false;
+  WalkFields(table, context, "a PropertyIds entry table", [&](const std::string& field, int value) {
+    if (field == "Id") {
+      hasId = true;
+      if (lua_type(m_state, value) == LUA_TTABLE) {
+        entry.id = CheckPropertyTable(value, context, prefix + "Id: ");
+        CheckAddress(entry.id, context, prefix + "Id", "");
+      } else {
+        Report(Severity::Warning, context,
+               prefix + "Id is " + Describe(value) +
+                   ", not a property table: read at the zero address (interface object 0, "
+                   "property 0)");
+      }
+    } else if (field == "Type") {
+      hasType = true;
+      if (!IsText(value)) {
+        Report(Severity::Error, context,
+               prefix + "Type is " + Describe(value) + ", not a string: " + noArgument);
+        return;
+      }
+      entry.type = TextOf(value);
+      if (entry.type == "Url") {
+        Report(Severity::Warning, context,
+               prefix + "a 'Url' entry passes no argument (a later one takes its place)");
+      } else {
+        CheckValueType(context, prefix, entry.type, noArgument);
+      }
+    } else {
+      ReportUnknownField(context, prefix, field, kShowIfEntryFields);
+    }
+  });
+  if (!hasType) Report(Severity::Error, context, prefix + "has no Type: " + noArgument);
+  if (!hasId) {
+    Report(Severity::Warning, context,
+           prefix + "has no Id: read at the zero address (interface object 0, property 0)");
+  }
+  entries.push_back(std::move(entry));
+}
+
+// The arguments as the builder passes them: one per entry of a known type,
+// "Url" and unknown types none.
+ovslua::Lua::Args Checker::ShowIfArguments(const std::vector<ShowIfEntry>& entries,
+                                           const ArgumentSource& source) const {
+  using Arg = ovslua::Lua::Args::Arg;
+  ovslua::Lua::Args arguments;
+  const DumpAccess* dump = source.fromDump && m_dump ? &*m_dump : nullptr;
+  const Element element = source.element;
+  for (const ShowIfEntry& entry : entries) {
+    const std::string& type = entry.type;
+    const PropertyAddress id = entry.id;
+    if (type == "Bool") {
+      arguments += Arg::FromBool(dump != nullptr && dump->Bool(id, element).value_or(false));
+    } else if (type == "Int8" || type == "UInt8") {
+      const std::uint8_t raw = dump != nullptr ? dump->UInt8(id, element).value_or(0) : 0;
+      arguments += Arg::FromInt(type == "Int8" ? static_cast<std::int8_t>(raw) : raw);
+    } else if (type == "Int16" || type == "UInt16") {
+      const std::uint16_t raw = dump != nullptr ? dump->UInt16(id, element).value_or(0) : 0;
+      arguments += Arg::FromInt(type == "Int16" ? static_cast<std::int16_t>(raw) : raw);
+    } else if (type == "Int32") {
+      const std::uint32_t raw = dump != nullptr ? dump->UInt32(id, element).value_or(0) : 0;
+      arguments += Arg::FromInt(static_cast<std::int32_t>(raw));
+    } else if (type == "UInt32") {
+      arguments += Arg::FromUnsigned(dump != nullptr ? dump->UInt32(id, element).value_or(0) : 0);
+    } else if (type == "Float16" || type == "Float32") {
+      float value = 0.0F;
+      if (dump != nullptr) {
+        value = (type == "Float16" ? dump->Float16(id, element) : dump->Float32(id, element))
+                    .value_or(0.0F);
+      }
+      arguments += Arg::FromDouble(static_cast<double>(value));
+    } else if (type == "Text") {
+      arguments += Arg::FromString(dump != nullptr ? dump->MemoryText(id, element, m_textLimit, "")
+                                                   : std::string());
+    } else if (type == "Name") {
+      arguments += Arg::FromString(dump != nullptr
+                                       ? dump->MemoryText(id, element, m_nameLimit, "DefaultString")
+                                       : std::string("DefaultString"));
+    } else if (type == "GENERIC_20") {
+      arguments +=
+          Arg::FromString(dump != nullptr ? dump->PropertyText(id, element, "") : std::string());
+    }
+  }
+  return arguments;
+}
+
+void Checker::CallShowIf(const ShowIfRule& rule, const ArgumentSource& source) {
+  const ovslua::Lua::Args arguments = ShowIfArguments(rule.entries, source);
+  EnsureStack(static_cast<int>(arguments.Count()) + 1);
+  lua_rawgeti(m_state, LUA_REGISTRYINDEX, rule.function);
+  m_lua.PushArguments(arguments);
+  const CallResult result = ProtectedCall(static_cast<int>(arguments.Count()), 1);
+  if (!result.Ok()) {
+    ReportFailure(rule.context, result, "ShowIf function ", "the parameter is hidden");
+    return;
+  }
+  const int returned = lua_type(m_state, -1);
+  if (returned == LUA_TNIL) {
+    Report(Severity::Warning, rule.context,
+           "ShowIf function returns nil, not a boolean: read as false, so the parameter is "
+           "hidden");
+  } else if (returned != LUA_TBOOLEAN) {
+    Report(Severity::Warning, rule.context,
+           "ShowIf function returns " + Describe(-1) +
+               ", not a boolean: read as true, so the parameter is shown");
+  }
+  lua_pop(m_state, 1);
+}
+
+}  // namespace lkdh::host::detail
