@@ -156,6 +156,25 @@ std::vector<BadScript> Cases() {
   cases.push_back({"PropertyIndexForUrnsNil",
                    std::string(kUrnsByProperty) + Failing("GetPropertyIndexForUrns", "return nil"),
                    First::Written, "", ""});
+  // Where a text is read, anything but a string or a number reads as an empty text;
+  // where a table is read, anything but a table reads as an empty table.
+  cases.push_back(
+      {"UrnNil", Failing("GetFunctionUrnByTypeId", "return nil"), First::Written, "", ""});
+  cases.push_back(
+      {"UrnBoolean", Failing("GetChannelUrnByTypeId", "return true"), First::Written, "", ""});
+  cases.push_back(
+      {"UrnNumber", Failing("GetChannelUrnByTypeId", "return 7"), First::Written, "", ""});
+  cases.push_back({"ParametersNumber", Failing("GetParametersFromChannelTypeId", "return 3"),
+                   First::Written, "", ""});
+  cases.push_back({"ParametersBoolean", Failing("GetParametersFromChannelTypeId", "return false"),
+                   First::Written, "", ""});
+  cases.push_back(
+      {"StaticDataNil", Failing("GetStaticData", "return nil"), First::NotWritten, "", ""});
+  cases.push_back({"StaticDataString", Failing("GetStaticData", "return 'weather'"),
+                   First::NotWritten, "", ""});
+  cases.push_back({"PropertyIndexForUrnsNumber",
+                   std::string(kUrnsByProperty) + Failing("GetPropertyIndexForUrns", "return 4"),
+                   First::Written, "", ""});
   cases.push_back(
       {"UrnAsTable", Failing("GetFunctionUrnByTypeId", "return {}"), First::Written, "", ""});
   cases.push_back({"UrnsByPropertyAsString", Failing("IsThereUrnsByPropertyIndex", "return 'yes'"),
