@@ -22,9 +22,9 @@
 
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
+#include <Helper/File.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/loglevel.h>
-#include <Helper/File.h>
 #include <boost/filesystem/operations.hpp>
 #include <pugixml.hpp>
 

@@ -21,14 +21,13 @@ extern void* __libc_valloc(size_t size);
 extern void* __libc_pvalloc(size_t size);
 
 static atomic_size_t s_current;
-static atomic_size_t s_peak;     /* since the last reset */
-static atomic_size_t s_maximum;  /* since start */
+static atomic_size_t s_peak;    /* since the last reset */
+static atomic_size_t s_maximum; /* since start */
 
 static void Raise(atomic_size_t* peak, size_t value) {
   size_t seen = atomic_load_explicit(peak, memory_order_relaxed);
-  while (value > seen &&
-         !atomic_compare_exchange_weak_explicit(peak, &seen, value, memory_order_relaxed,
-                                                memory_order_relaxed)) {
+  while (value > seen && !atomic_compare_exchange_weak_explicit(
+                             peak, &seen, value, memory_order_relaxed, memory_order_relaxed)) {
   }
 }
 

@@ -10,7 +10,7 @@ packages=(
   liblua5.4-dev
   nlohmann-json3-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libxml2-utils valgrind
+  libxml2-utils valgrind clang-format
 )
 if [[ "${1:-}" == "--extra" ]]; then
   # Tools for fuzzing (clang and its sanitizer runtimes).

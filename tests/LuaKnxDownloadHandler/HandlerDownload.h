@@ -1,8 +1,8 @@
 #pragma once
 // An in-memory download matching data/handler_device.lua.
 
-#include <Korvex/IKnxDownloadHandler.h>
 #include <KnxStack/InterfaceObject.h>
+#include <Korvex/IKnxDownloadHandler.h>
 
 #include <cstdint>
 #include <map>
@@ -28,13 +28,16 @@ struct HandlerDownload {
     properties[53] = &object.AddProperty(53, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({40}));
     properties[54] = &object.AddProperty(54, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({80}));
     properties[55] = &object.AddProperty(55, PropertyDataType::PDT_BINARY_INFORMATION,
-                       bytes({static_cast<std::uint8_t>(resetUserData ? 1 : 0)}));
+                                         bytes({static_cast<std::uint8_t>(resetUserData ? 1 : 0)}));
     properties[56] = &object.AddProperty(56, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({1}));
-    properties[57] = &object.AddProperty(57, PropertyDataType::PDT_UNSIGNED_LONG, bytes({0, 0, 0, 0}));
+    properties[57] =
+        &object.AddProperty(57, PropertyDataType::PDT_UNSIGNED_LONG, bytes({0, 0, 0, 0}));
     properties[58] = &object.AddProperty(58, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({1}));
-    properties[59] = &object.AddProperty(59, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({1, 0, 0, 0}));
-    properties[60] = &object.AddProperty(60, PropertyDataType::PDT_BINARY_INFORMATION,
-                       bytes({static_cast<std::uint8_t>(state ? 1 : 0), 0, 0, 0}));
+    properties[59] =
+        &object.AddProperty(59, PropertyDataType::PDT_UNSIGNED_CHAR, bytes({1, 0, 0, 0}));
+    properties[60] =
+        &object.AddProperty(60, PropertyDataType::PDT_BINARY_INFORMATION,
+                            bytes({static_cast<std::uint8_t>(state ? 1 : 0), 0, 0, 0}));
     objects[0] = {&object};
     memory = KnxStack::BinaryData(folderName + std::string(1, '\0'));
     descriptors[1].communicationEnabled = true;

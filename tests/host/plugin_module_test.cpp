@@ -39,6 +39,8 @@ TEST(EntryPoints, ExportedNamespacedFunctionsResolveInTheInstalledModule) {
   ASSERT_NE(module, nullptr) << dlerror();
   // Korvex::CreateHash and the three exported string getters, by their
   // mangled names (Itanium C++ ABI, as on the device's ARM toolchain).
+  // The mangled names are split by hand, where they read best.
+  // clang-format off
   const char* const names[] = {
       "_ZN6Korvex10CreateHashERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE",
       "_ZN6Korvex21luaknxdownloadhandler24GetStringFromArrayWithIdENS0_12PropertyInfoEjRKSt3mapIjSt6"
@@ -51,6 +53,7 @@ TEST(EntryPoints, ExportedNamespacedFunctionsResolveInTheInstalledModule) {
       "mapIjSt6vectorIPN8KnxStack16IInterfaceObjectESaIS6_EESt4lessIjESaISt4pairIKjS8_EEEPKNS4_10Binary"
       "DataEONSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE",
   };
+  // clang-format on
   for (const char* name : names) {
     EXPECT_NE(dlsym(module, name), nullptr) << name;
   }

@@ -135,8 +135,7 @@ bool Lua::Initialize() {
   m_errorMessage.clear();
   // The state luaL_newstate would make, with the pool as its allocator.
   std::unique_ptr<detail::SmallBlockPool> pool(new (std::nothrow) detail::SmallBlockPool);
-  lua_State* state =
-      pool ? lua_newstate(&detail::SmallBlockPool::Allocate, pool.get()) : nullptr;
+  lua_State* state = pool ? lua_newstate(&detail::SmallBlockPool::Allocate, pool.get()) : nullptr;
   if (state == nullptr) {
     LOG4CPLUS_ERROR(sm_logger, "Initialize failed: not enough memory for the interpreter.");
     return false;
