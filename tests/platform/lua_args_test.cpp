@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -121,6 +122,17 @@ TEST(LuaArgs, TruthinessByKind) {
   EXPECT_FALSE(static_cast<bool>(Arg::FromString("")));
   EXPECT_FALSE(static_cast<bool>(Arg()));
   EXPECT_FALSE(static_cast<bool>(Arg::OfKind(42)));
+}
+
+// Code written against the device's wrapper reads results by plain assignment.
+static_assert(std::is_convertible_v<const Arg&, std::string>, "text conversion is implicit");
+static_assert(std::is_convertible_v<const Arg&, bool>, "boolean conversion is implicit");
+
+TEST(LuaArgs, ResultsReadByAssignment) {
+  const std::string urn = Arg::FromString("urn:x");
+  const bool shown = Arg::FromInt(3);
+  EXPECT_EQ(urn, "urn:x");
+  EXPECT_TRUE(shown);
 }
 
 TEST(LuaArgs, TextByKind) {

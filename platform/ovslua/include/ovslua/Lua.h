@@ -58,10 +58,13 @@ class Lua {
       double GetDouble() const noexcept { return m_value.d; }
       const std::string& GetText() const noexcept { return m_text; }
 
+      // Both conversions are implicit, as on the device's wrapper, so that code
+      // written against it (`std::string urn = results[0];`) builds here too.
+
       /// Truthiness by kind: a boolean's value, a number not 0, a string not empty.
-      explicit operator bool() const noexcept;
+      operator bool() const noexcept;
       /// The text of a string entry, or the decimal text of a numeric one.
-      explicit operator std::string() const;
+      operator std::string() const;
 
      private:
       friend class Lua;
