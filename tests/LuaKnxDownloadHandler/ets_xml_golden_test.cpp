@@ -2,7 +2,7 @@
 // compared byte for byte with the checked-in expected file.
 
 #include "SchemaValidation.h"
-#include "ets_xml_test_support.h"
+#include "golden_download.h"
 
 #include <fstream>
 #include <iterator>
@@ -34,77 +34,72 @@ std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-// Object 0: limits and device settings. Object 1: folders. Object 2: function
-// slots (four per folder). Object 3: static data.
+// The download is the shared golden download (golden_download.h); this fixture
+// gives the fake bridge the answers a description script would give about it.
 class GoldenTest : public EtsXmlTest {
  protected:
   void SetUp() override {
-    UseLimits(4, 16, 24, 32);
+    BuildGoldenDownload(download);
+    Limits();
     DeviceSettings();
     Folders();
     Functions();
     StaticData();
-    download.descriptors[300].communicationEnabled = true;
-    download.descriptors[1].communicationEnabled = true;
-    download.descriptors[2].communicationEnabled = false;
-    download.descriptors[2].writeEnabled = true;
-    download.descriptors[7].communicationEnabled = true;
+  }
+
+  static PropertyInfo At(std::uint32_t object, std::uint8_t pid) {
+    return PropertyInfo{pid, object};
+  }
+
+  void Limits() {
+    lux.propertyIds["MaxFunctionPerFolder"] = At(0, 11);
+    lux.propertyIds["MaxNameCharCount"] = At(0, 12);
+    lux.propertyIds["MaxTextCharCount"] = At(0, 13);
+    lux.propertyIds["MaxUrlCharCount"] = At(0, 14);
   }
 
   void DeviceSettings() {
-    auto flag = [this](const char* name, std::uint8_t pid, std::uint8_t value) {
-      lux.propertyIds[name] = download.Bools(0, pid, {value});
-    };
-    flag("ShowRootFolder", 30, 1);
-    flag("ShowOutdoorTemp", 31, 0);
-    flag("ShowIndoorTemp", 32, 1);
-    flag("ShowDateTime", 33, 1);
-    flag("UseTVK", 34, 0);
-    lux.propertyIds["DcsType"] = download.UInt8s(0, 35, {0});
-    flag("UseDcsFloorcall", 36, 1);
-    lux.propertyIds["DcsFloorCallNameOffset"] =
-        download.UInt32s(0, 37, {download.Put("  Front door  ")});
-    lux.propertyIds["DcsFloorCallMelody"] = download.UInt8s(0, 38, {3});
-    flag("UseWeather", 39, 1);
-    flag("UseTimers", 40, 0);
-    flag("UseHeatingTimers", 41, 1);
-    flag("ResetUserData", 42, 1);
+    const char* const names[] = {"ShowRootFolder",
+                                 "ShowOutdoorTemp",
+                                 "ShowIndoorTemp",
+                                 "ShowDateTime",
+                                 "UseTVK",
+                                 "DcsType",
+                                 "UseDcsFloorcall",
+                                 "DcsFloorCallNameOffset",
+                                 "DcsFloorCallMelody",
+                                 "UseWeather",
+                                 "UseTimers",
+                                 "UseHeatingTimers",
+                                 "ResetUserData"};
+    std::uint8_t pid = 30;
+    for (const char* name : names) lux.propertyIds[name] = At(0, pid++);
   }
 
   void Folders() {
-    lux.propertyIds["NumberOfFolders"] = download.UInt8s(1, 1, {3});
-    lux.propertyIds["FolderNameOffset"] =
-        download.Names(1, 2, {"Living room", "   ", "Kitchen & dining area"});
-    lux.propertyIds["FolderIcon"] = download.UInt16s(1, 3, {12, 0, 65535});
-    lux.propertyIds["FolderShowOnHome"] = download.Bools(1, 4, {1, 0, 1});
-    lux.propertyIds["NumberFuncPerFolder"] = download.UInt8s(1, 5, {3, 0, 2});
+    lux.propertyIds["NumberOfFolders"] = At(1, 1);
+    lux.propertyIds["FolderNameOffset"] = At(1, 2);
+    lux.propertyIds["FolderIcon"] = At(1, 3);
+    lux.propertyIds["FolderShowOnHome"] = At(1, 4);
+    lux.propertyIds["NumberFuncPerFolder"] = At(1, 5);
   }
 
   void Functions() {
-    // Slots 0-2 belong to folder 0, 8-9 to folder 2; slot 2 has no channel type.
-    lux.propertyIds["ChannelType"] = download.UInt8s(2, 1, {1, 2, 0, 0, 0, 0, 0, 0, 3, 4, 0, 0});
-    lux.propertyIds["FunctionNameOffset"] = download.Names(
-        2, 2, {"Ceiling light", "", "", "", "", "", "", "", "Blinds", "Thermostat", "", ""});
+    lux.propertyIds["ChannelType"] = At(2, 1);
+    lux.propertyIds["FunctionNameOffset"] = At(2, 2);
 
-    const PropertyInfo state = download.Bools(2, 10, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const PropertyInfo scenes = download.Names(2, 11, std::vector<std::string>(12, " "));
-    const PropertyInfo brightness = download.UInt8s(2, 12, {200, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const PropertyInfo bytes = download.UInt8s(2, 13, {0, 0xC8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const PropertyInfo words = download.UInt16s(2, 14, {0, 0xFF38, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const PropertyInfo dwords =
-        download.UInt32s(2, 15, {0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const PropertyInfo texts = download.Names(
-        2, 16, {"", "  Free text for the second slot  ", "", "", "", "", "", "", "", "", "", ""});
-    const PropertyInfo urls = download.Names(2, 17,
-                                             {"", "http://example.com/cameras/front-door/stream",
-                                              "", "", "", "", "", "", "", "", "", ""});
-    const PropertyInfo codes =
-        download.Generic20s(2, 18, {"", "GEN-20 value", "", "", "", "", "", "", "", "", "", ""});
-    const PropertyInfo knxFloats = download.UInt16s(
-        2, 19, {0, 0, 0, 0, 0, 0, 0, 0, 0x0C33, 0x0C33, 0, 0}, PropertyDataType::PDT_KNX_FLOAT);
-    const PropertyInfo ieeeFloats = download.UInt32s(
-        2, 20, {0, 0, 0, 0, 0, 0, 0, 0, 0xC1AC0000, 0, 0, 0}, PropertyDataType::PDT_FLOAT);
-    const PropertyInfo selector = download.UInt8s(2, 21, {0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0});
+    const PropertyInfo state = At(2, 10);
+    const PropertyInfo scenes = At(2, 11);
+    const PropertyInfo brightness = At(2, 12);
+    const PropertyInfo bytes = At(2, 13);
+    const PropertyInfo words = At(2, 14);
+    const PropertyInfo dwords = At(2, 15);
+    const PropertyInfo texts = At(2, 16);
+    const PropertyInfo urls = At(2, 17);
+    const PropertyInfo codes = At(2, 18);
+    const PropertyInfo knxFloats = At(2, 19);
+    const PropertyInfo ieeeFloats = At(2, 20);
+    const PropertyInfo selector = At(2, 21);
 
     // Type 1: URNs by type id, a ShowIf that holds.
     lux.functionUrns[1] = "urn:knx:fb:light";
@@ -155,12 +150,12 @@ class GoldenTest : public EtsXmlTest {
   }
 
   void StaticData() {
-    const PropertyInfo on = download.Bools(3, 1, {1});
-    const PropertyInfo off = download.Bools(3, 2, {0});
-    const PropertyInfo interval = download.UInt16s(3, 3, {600});
-    const PropertyInfo location = download.UInt32s(3, 4, {download.Put("Berlin")});
-    const PropertyInfo offset = download.UInt16s(3, 5, {0x87FF}, PropertyDataType::PDT_KNX_FLOAT);
-    const PropertyInfo blankName = download.UInt32s(3, 6, {download.Put("   ")});
+    const PropertyInfo on = At(3, 1);
+    const PropertyInfo off = At(3, 2);
+    const PropertyInfo interval = At(3, 3);
+    const PropertyInfo location = At(3, 4);
+    const PropertyInfo offset = At(3, 5);
+    const PropertyInfo blankName = At(3, 6);
     lux.staticData = {
         Record("Alarm", "alarm", {Param("Interval", "UInt16", interval)}, {}, off),
         Record("Clock", "clock",
