@@ -161,6 +161,24 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
   return kExitOk;
 }
 
+// Runs a command's body; what escapes it is reported on stderr and becomes the
+// exit status: 3 for the plug-in, 1 for anything unexpected.
+template <typename Body>
+int ExitStatusOf(Body&& body) {
+  try {
+    return body();
+  } catch (const PluginError& error) {
+    std::cerr << kProgram << ": " << error.what() << '\n';
+    return kExitPlugin;
+  } catch (const std::exception& error) {
+    std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
+    return kExitUnexpected;
+  } catch (...) {
+    std::cerr << kProgram << ": unexpected error\n";
+    return kExitUnexpected;
+  }
+}
+
 int Run(int argc, char** argv) {
   Options options;
   CheckScriptOptions check;
@@ -264,16 +282,10 @@ int Run(int argc, char** argv) {
   }
 
   if (checkScript->parsed()) {
-    try {
+    return ExitStatusOf([&] {
       ConfigureLogging(checkLogLevel, "");
       return lkdh::host::RunCheckScript(check);
-    } catch (const PluginError& error) {
-      std::cerr << kProgram << ": " << error.what() << '\n';
-      return kExitPlugin;
-    } catch (const std::exception& error) {
-      std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
-      return kExitUnexpected;
-    }
+    });
   }
 
   try {
@@ -297,18 +309,7 @@ int Run(int argc, char** argv) {
                                        << " bytes of memory, " << dump.coDescriptors.size()
                                        << " communication-object descriptors");
 
-  try {
-    return RunDownloads(options, dump, logger);
-  } catch (const PluginError& error) {
-    std::cerr << kProgram << ": " << error.what() << '\n';
-    return kExitPlugin;
-  } catch (const std::exception& error) {
-    std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
-    return kExitUnexpected;
-  } catch (...) {
-    std::cerr << kProgram << ": unexpected error\n";
-    return kExitUnexpected;
-  }
+  return ExitStatusOf([&] { return RunDownloads(options, dump, logger); });
 }
 
 }  // namespace
