@@ -39,10 +39,10 @@ std::string FailureLine(const std::string& head, int status, const std::string& 
 
 /// The call protocol of the table queries: the global function name with at
 /// most one integer argument, one result read by read() under the mutex.
-template <typename Result, typename Read, typename SetError>
+template <typename Result, typename Run, typename Read, typename SetError>
 Result CallTableFunction(Interpreter wrapper, const std::string& name,
                          std::initializer_list<std::uint32_t> arguments, Result failure,
-                         Read&& read, SetError&& setErrorMessage) {
+                         Run&& protectedCall, Read&& read, SetError&& setErrorMessage) {
   std::lock_guard<std::mutex> lock(wrapper.mutex);
   wrapper.status = LUA_OK;
   wrapper.message.clear();
@@ -58,7 +58,7 @@ Result CallTableFunction(Interpreter wrapper, const std::string& name,
   for (const std::uint32_t argument : arguments) {
     lua_pushinteger(state, static_cast<lua_Integer>(argument));
   }
-  wrapper.status = lua_pcallk(state, static_cast<int>(arguments.size()), 1, 0, 0, nullptr);
+  wrapper.status = protectedCall(static_cast<int>(arguments.size()), 1);
   if (wrapper.status == LUA_OK) {
     Result result = read();
     lua_settop(state, -2);
@@ -107,7 +107,9 @@ bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIndexForUrns",
-      {typeId}, PropertyInfo{}, [this] { return FillProperty(); }, [this] { SetErrorMessage(); });
+      {typeId}, PropertyInfo{},
+      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      [this] { return FillProperty(); }, [this] { SetErrorMessage(); });
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
@@ -155,22 +157,25 @@ boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIn
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetParametersFromChannelTypeId",
-      {channelTypeId}, std::vector<LuaParameter>{}, [this] { return GetLuaParameters(); },
-      [this] { SetErrorMessage(); });
+      {channelTypeId}, std::vector<LuaParameter>{},
+      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      [this] { return GetLuaParameters(); }, [this] { SetErrorMessage(); });
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIds", {},
-      std::map<std::string, PropertyInfo>{}, [this] { return InGetPropertyIds(); },
-      [this] { SetErrorMessage(); });
+      std::map<std::string, PropertyInfo>{},
+      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      [this] { return InGetPropertyIds(); }, [this] { SetErrorMessage(); });
 }
 
 std::vector<LuxStaticData> LuxHelper::GetStaticData() {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetStaticData", {},
-      std::vector<LuxStaticData>{}, [this] { return InGetStaticData(); },
-      [this] { SetErrorMessage(); });
+      std::vector<LuxStaticData>{},
+      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      [this] { return InGetStaticData(); }, [this] { SetErrorMessage(); });
 }
 
 bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) {
@@ -198,7 +203,7 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
   lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
   PushArguments(args);
   Args results = OneResult(Arg::Boolean);
-  m_status = lua_pcallk(m_luaState, static_cast<int>(count), 1, 0, 0, nullptr);
+  m_status = ProtectedCall(static_cast<int>(count), 1);
   if (m_status == LUA_OK) {
     PopReturnValues(results);
     return static_cast<bool>(results[0]);

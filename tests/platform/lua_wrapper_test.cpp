@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -64,7 +65,17 @@ function Fail() error("boom") end
 function FailWithTable() error({}) end
 function FailWithNumber() error(17) end
 function Nothing() end
+
+function Huge(n) return string.rep("x", n) end
+function HugeCaught(n)
+  local ok = pcall(string.rep, "x", n)
+  return ok and "made" or "caught"
+end
 )lua";
+
+// Past the memory limit the tests set, far below what the machine has.
+constexpr std::size_t kTestMemoryLimit = 4U * 1024U * 1024U;
+unsigned int HugeLength() { return 16U * 1024U * 1024U; }
 
 class LuaWrapper : public ::testing::Test {
  protected:
@@ -289,6 +300,48 @@ TEST_F(LuaWrapper, AfterAFailedCallTheNextStartsWithStatusZeroAndNoMessage) {
   EXPECT_TRUE(m_lua.Call("Count", Args(), out));
   EXPECT_EQ(m_lua.Status(), LUA_OK);
   EXPECT_EQ(m_lua.Message(), "");
+}
+
+TEST_F(LuaWrapper, RunningOutOfMemoryInACallThrowsBadAllocAndLeavesTheInterpreterUsable) {
+  m_lua.SetMemoryLimit(kTestMemoryLimit);
+  Args in;
+  unsigned int length = HugeLength();
+  in += length;
+  Args out;
+  out += Arg::OfKind(Arg::String);
+  EXPECT_THROW(m_lua.Call("Huge", in, out), std::bad_alloc);
+  EXPECT_EQ(m_lua.Status(), LUA_ERRMEM);
+  EXPECT_EQ(m_lua.Top(), 0);
+  // The lock was released and the next call answers.
+  Args count;
+  count += Arg::OfKind(Arg::Integer);
+  EXPECT_TRUE(m_lua.Call("Count", Args(), count));
+  EXPECT_EQ(count[0].GetInt(), 0);
+}
+
+TEST_F(LuaWrapper, RunningOutOfMemoryThrowsEvenWhenTheScriptCatchesTheError) {
+  m_lua.SetMemoryLimit(kTestMemoryLimit);
+  Args in;
+  unsigned int length = HugeLength();
+  in += length;
+  Args out;
+  out += Arg::OfKind(Arg::String);
+  EXPECT_THROW(m_lua.Call("HugeCaught", in, out), std::bad_alloc);
+  EXPECT_EQ(m_lua.Top(), 0);
+}
+
+TEST_F(LuaWrapper, MemoryLimitCountsWhatTheInterpreterHoldsAndLetsCallsBelowItRun) {
+  const std::size_t before = m_lua.MemoryInUse();
+  EXPECT_GT(before, 0U);
+  m_lua.SetMemoryLimit(before + 4U * 1024U * 1024U);
+  Args in;
+  unsigned int length = 1024U * 1024U;
+  in += length;
+  Args out;
+  out += Arg::OfKind(Arg::String);
+  ASSERT_TRUE(m_lua.Call("Huge", in, out));
+  EXPECT_EQ(static_cast<std::string>(out[0]).size(), length);
+  EXPECT_EQ(m_lua.GetMemoryLimit(), before + 4U * 1024U * 1024U);
 }
 
 // A C function that throws something Lua does not know: the protected call

@@ -135,6 +135,7 @@ bool Lua::Initialize() {
   m_errorMessage.clear();
   // The state luaL_newstate would make, with the pool as its allocator.
   std::unique_ptr<detail::SmallBlockPool> pool(new (std::nothrow) detail::SmallBlockPool);
+  if (pool) pool->SetLimit(m_memoryLimit);
   lua_State* state = pool ? lua_newstate(&detail::SmallBlockPool::Allocate, pool.get()) : nullptr;
   if (state == nullptr) {
     LOG4CPLUS_ERROR(sm_logger, "Initialize failed: not enough memory for the interpreter.");
@@ -214,8 +215,7 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   } else {
     lua_getglobal(m_luaState, name.c_str());
     PushArguments(in);
-    m_status =
-        lua_pcall(m_luaState, static_cast<int>(argumentCount), static_cast<int>(resultCount), 0);
+    m_status = ProtectedCall(static_cast<int>(argumentCount), static_cast<int>(resultCount));
     if (m_status == LUA_OK) {
       PopReturnValues(out);
       return true;
@@ -225,6 +225,17 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   LOG4CPLUS_ERROR_STR(
       sm_logger, FailureLine("Call function '" + name + "' failed (", m_status, m_errorMessage));
   return false;
+}
+
+int Lua::ProtectedCall(int argumentCount, int resultCount) const {
+  const std::size_t failuresBefore = m_pool ? m_pool->FailureCount() : 0;
+  const int status = lua_pcallk(m_luaState, argumentCount, resultCount, 0, 0, nullptr);
+  if (status == LUA_ERRMEM || (m_pool && m_pool->FailureCount() != failuresBefore)) {
+    m_status = LUA_ERRMEM;
+    m_errorMessage = "not enough memory";
+    throw std::bad_alloc();
+  }
+  return status;
 }
 
 void Lua::PushArguments(const Args& args) const {
@@ -360,6 +371,17 @@ const char* Lua::GetErrorAsText(int status) {
     default:
       return nullptr;
   }
+}
+
+void Lua::SetMemoryLimit(std::size_t bytes) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_memoryLimit = bytes;
+  if (m_pool) m_pool->SetLimit(bytes);
+}
+
+std::size_t Lua::MemoryInUse() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_pool ? m_pool->BytesInUse() : 0;
 }
 
 void Lua::Release() {

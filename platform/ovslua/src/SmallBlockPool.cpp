@@ -35,12 +35,27 @@ SmallBlockPool::~SmallBlockPool() {
 void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
                                std::size_t newSize) noexcept {
   auto* pool = static_cast<SmallBlockPool*>(ud);
+  // For a new block Lua passes a type tag as oldSize, not a size.
+  const std::size_t heldBefore = block != nullptr ? oldSize : 0;
   if (newSize == 0) {
-    if (block != nullptr) pool->Delete(block, oldSize);
+    if (block != nullptr) {
+      pool->Delete(block, oldSize);
+      pool->m_bytesInUse -= heldBefore;
+    }
     return nullptr;
   }
-  if (block == nullptr) return pool->New(newSize);
-  return pool->Resize(block, oldSize, newSize);
+  if (newSize > heldBefore && pool->m_limit != 0 &&
+      newSize - heldBefore > pool->m_limit - std::min(pool->m_limit, pool->m_bytesInUse)) {
+    ++pool->m_failures;
+    return nullptr;
+  }
+  void* result = block == nullptr ? pool->New(newSize) : pool->Resize(block, oldSize, newSize);
+  if (result == nullptr) {
+    ++pool->m_failures;
+    return nullptr;
+  }
+  pool->m_bytesInUse = pool->m_bytesInUse - heldBefore + newSize;
+  return result;
 }
 
 void* SmallBlockPool::New(std::size_t size) noexcept {

@@ -19,6 +19,17 @@ class SmallBlockPool {
   /// block is null (oldSize is then a type tag), resizes otherwise; null on failure.
   static void* Allocate(void* ud, void* block, std::size_t oldSize, std::size_t newSize) noexcept;
 
+  /// How many requests this pool could not satisfy since it was made. Lua may
+  /// recover from a failed request (a script can even catch the error), so the
+  /// wrapper compares this count around a call to learn that memory ran out.
+  std::size_t FailureCount() const noexcept { return m_failures; }
+
+  /// Requests that would take the bytes in use past limit fail; 0 sets no limit.
+  /// Shrinking never fails, as Lua requires of its allocator.
+  void SetLimit(std::size_t limit) noexcept { m_limit = limit; }
+  /// What the interpreter holds, by the sizes it asked for.
+  std::size_t BytesInUse() const noexcept { return m_bytesInUse; }
+
  private:
   // 8 bytes: the strictest alignment of any Lua object (lua_Number, lua_Integer,
   // pointers), on the 32-bit device as here.
@@ -61,6 +72,9 @@ class SmallBlockPool {
   char* m_next = nullptr;  // the newest chunk's space not yet handed out
   char* m_end = nullptr;
   std::size_t m_blockBytes = 0;  // this pool's share of the process-wide count
+  std::size_t m_failures = 0;
+  std::size_t m_limit = 0;
+  std::size_t m_bytesInUse = 0;
 };
 
 }  // namespace ovslua::detail

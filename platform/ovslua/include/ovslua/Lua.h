@@ -122,9 +122,24 @@ class Lua {
   /// Closes the interpreter; safe when there is none.
   void Release();
 
+  /// Bounds the memory the interpreter may hold, in bytes (0: no bound); kept
+  /// for interpreters made later. Reaching it fails the running call with
+  /// std::bad_alloc, like any other lack of memory.
+  void SetMemoryLimit(std::size_t bytes);
+  std::size_t GetMemoryLimit() const noexcept { return m_memoryLimit; }
+  /// What the interpreter holds now, in bytes (0 without one).
+  std::size_t MemoryInUse() const;
+
   static log4cplus::Logger sm_logger;
 
  protected:
+  /// lua_pcall of the function and its arguments on top of the stack: the one
+  /// place where script code runs during a call. Throws std::bad_alloc when the
+  /// interpreter could not get memory during the call, also when the script
+  /// caught that error itself: the answer of a script that ran out of memory is
+  /// not the script's answer, so the caller must not take it for one.
+  int ProtectedCall(int argumentCount, int resultCount) const;
+
   lua_State* m_luaState = nullptr;
   mutable std::mutex m_mutex;
   mutable int m_status = 0;
@@ -132,6 +147,7 @@ class Lua {
 
  private:
   std::unique_ptr<detail::SmallBlockPool> m_pool;  // the interpreter's memory; outlives it
+  std::size_t m_memoryLimit = 0;
 };
 
 }  // namespace ovslua
