@@ -1,16 +1,15 @@
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
-#include <boost/uuid/detail/sha1.hpp>
+#include "Sha1.h"
 
 namespace Korvex {
 
 std::vector<std::uint32_t> CreateHash(const std::string& text) {
-  boost::uuids::detail::sha1 sha1;
+  detail::Sha1 sha1;
   // The whole length: a document never holds zero bytes, but a saved file might.
-  sha1.process_bytes(text.data(), text.size());
-  boost::uuids::detail::sha1::digest_type digest;
-  sha1.get_digest(digest);
-  return std::vector<std::uint32_t>(std::begin(digest), std::end(digest));
+  sha1.Update(text.data(), text.size());
+  const detail::Sha1::Digest digest = sha1.Finish();
+  return std::vector<std::uint32_t>(digest.begin(), digest.end());
 }
 
 }  // namespace Korvex
