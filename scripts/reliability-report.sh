@@ -26,13 +26,15 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DLKDH_BUILD_TESTS=ON -DLKDH_B
   -DLKDH_BUILD_BENCHMARKS=ON -DLKDH_SANITIZE=OFF >/dev/null || exit 1
 cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
-  plugin_bad_scripts_test lkdh_memory_growth || exit 1
+  reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth ||
+  exit 1
 cmake --install "$build" --prefix "$build/test-install" >/dev/null || exit 1
 rm -rf "$out"
 mkdir -p "$out"
 
 for t in reliability_crash_consistency_test reliability_fs_faults_test \
-  reliability_memory_growth_test plugin_bad_scripts_test; do
+  reliability_fs_real_faults_test platform_file_test reliability_memory_growth_test \
+  plugin_bad_scripts_test; do
   echo "== $t"
   (cd "$build/tests" && "./$t" --gtest_output="json:$out/$t.json") >"$out/$t.log" 2>&1 || status=1
   tail -n 3 "$out/$t.log"
@@ -170,6 +172,48 @@ for name, result, c in faults:
 passed = sum(1 for _, r, _ in faults if r == "passed")
 w("")
 w(f"{len(faults)} faults, {passed} passed; {injected} failing system calls injected.")
+w("")
+
+# ---- real file systems, special files, two writers
+real = cases(load("reliability_fs_real_faults_test.json"))
+helpers = {n.split(".")[-1]: r for n, r, _ in cases(load("platform_file_test.json"))}
+w("## Real file systems, special files and two writers")
+w("")
+w("`tests/reliability/fs_real_faults_test.cpp` runs whole downloads against real faults instead")
+w("of injected ones: a small tmpfs mounted for the test (in a mount namespace of its own where")
+w("the kernel allows; root only, skipped otherwise) that is filled up or has no inode left,")
+w("the same remounted read-only, a 2 GiB sparse saved file, and the project path as a")
+w("symbolic link. Each failure must give the ERROR line and, after it, the line naming the")
+w("failed call and why, return false, keep the old file byte for byte, call no callback and")
+w("leave no temporary; each success must write the right document and call the callback once.")
+w("")
+w("| case | second ERROR line | result |")
+w("|---|---|---|")
+for name, result, c in real:
+    w(f"| {c.get('fault', name)} | {c.get('reason_line', '(none: succeeds)')} | "
+      f"{'skipped (no root)' if result == 'skipped' else verdict(result == 'passed')} |")
+if not real:
+    w("| (the test did not run) | | |")
+w("")
+w("The whole-download fault table above also covers a FIFO and a symbolic link to `/dev/null`")
+w("in place of the file (read: refused at once with its type; forced write: refused, nothing")
+w("replaced). Helper checks in `tests/platform/file_test.cpp`:")
+w("")
+w("| check | result |")
+w("|---|---|")
+for key, label in [
+        ("ReaderReadsAHugeSparseFileInPiecesOfTheCallersBuffer",
+         "2 GiB sparse file read through a 1 MiB buffer: no read larger than the buffer"),
+        ("ReadFileOfAFifoFailsAtOnceNamingItsType", "FIFO without writer: fails at once, never opened"),
+        ("TwoProcessesReplacingOneFileNeverRemoveEachOthersTemporaries",
+         "3 processes × 150 replaces of one file: no replace fails, no temporary left"),
+        ("ReplaceLeavesATemporaryAnotherWriterHoldsAlone",
+         "a locked temporary of a live writer is kept; once unlocked, removed"),
+        ("ReplaceThroughALinkReplacesItsTargetAndKeepsTheLink", "link: target replaced, link kept"),
+        ("ReplaceThroughADanglingLinkCreatesItsTarget", "dangling link: target created"),
+        ("ReplaceFollowsAsManyLinksAsTheKernelWould", "chain of 40 links followed, 41 refused (ELOOP)")]:
+    r = helpers.get(key)
+    w(f"| {label} | {verdict(r == 'passed') if r else '(not run)'} |")
 w("")
 
 # ---- bad scripts
