@@ -28,6 +28,11 @@ bool SameContent(Helper::File::FileReader& reader, std::size_t textSize,
                  const std::vector<std::uint32_t>& textHash, bool& same,
                  Helper::File::FileError& error) {
   if (reader.Size() != textSize) {
+    // Its length alone says it differs; its first piece is still read, so that a file
+    // that cannot be read at all is reported as unreadable, not replaced.
+    char first[512];
+    std::size_t got = 0;
+    if (!reader.Read(first, sizeof first, got, error)) return false;
     same = false;
     return true;
   }

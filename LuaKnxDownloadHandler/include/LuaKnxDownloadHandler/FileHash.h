@@ -19,7 +19,8 @@ bool CreateFileHash(Helper::File::FileReader& reader, std::vector<std::uint32_t>
                     Helper::File::FileError& error);
 
 /// Whether the file reader has open holds exactly a text of textSize bytes whose
-/// CreateHash is textHash. A file of another size differs without being read.
+/// CreateHash is textHash. Of a file of another size only the first few hundred bytes
+/// are read, to be sure it can be read at all.
 bool SameContent(Helper::File::FileReader& reader, std::size_t textSize,
                  const std::vector<std::uint32_t>& textHash, bool& same,
                  Helper::File::FileError& error);
