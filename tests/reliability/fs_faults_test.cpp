@@ -519,6 +519,7 @@ TEST_P(FsFaultTest, FailsWithItsMessageAndKeepsEverything) {
     EXPECT_GT(report->failedCalls, 0) << "the injected fault was never reached";
   }
   RecordProperty("failed_calls", report->failedCalls);
+  RecordProperty("reason_line", report->errors.size() > 1 ? report->errors[1] : "(none)");
 
   if (scenario.recovers) {
     // With the fault gone the same download goes through.
@@ -556,10 +557,20 @@ TEST(FsFaults, ATemporaryLeftByAFailedCleanUpIsRemovedByTheNextWrite) {
   ops.rename = RenameFailsIo;
   ops.unlink = UnlinkFailsIo;
   g_failedCalls = 0;
+  std::vector<std::string> errors;
   const FileSystemOps previous = SetFileSystemOps(ops);
-  const bool result = download(true);
+  bool result = true;
+  {
+    LogCapture capture;
+    result = download(true);
+    for (const auto& line : capture.Lines(log4cplus::ERROR_LOG_LEVEL)) {
+      if (line.logger == kLogger) errors.push_back(line.message);
+    }
+  }
   SetFileSystemOps(previous);
   EXPECT_FALSE(result);
+  EXPECT_EQ(errors, (std::vector<std::string>{"Failed to write file '" + target.string() + "'.",
+                                              "rename: Input/output error"}));
   EXPECT_EQ(g_failedCalls, 2);
   EXPECT_EQ(ReadWholeFile(target), before);
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 2);
@@ -569,6 +580,7 @@ TEST(FsFaults, ATemporaryLeftByAFailedCleanUpIsRemovedByTheNextWrite) {
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);
   RecordProperty("fault", "rename and unlink of the temporary fail");
   RecordProperty("failed_calls", 2);
+  RecordProperty("reason_line", errors.size() > 1 ? errors[1] : "(none)");
 }
 
 }  // namespace
