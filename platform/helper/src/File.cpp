@@ -414,10 +414,23 @@ bool ReplaceFile(const FileSystemOps& ops, const boost::filesystem::path& reques
 
 bool AppendToFile(const FileSystemOps& ops, const boost::filesystem::path& path,
                   std::string_view data, FileError& error) {
-  int fd = OpenRetryingInterrupts(ops, path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
+  // O_NONBLOCK: a FIFO without reader fails the open (ENXIO) instead of stalling it.
+  int fd = OpenRetryingInterrupts(ops, path.c_str(),
+                                  O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                                   kNewFileMode);
   if (fd < 0) {
     error = SystemError("open", errno);
+    return false;
+  }
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) {
+    error = SystemError("fstat", errno);
+    ops.close(fd);
+    return false;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    error = Failure("fstat", NotARegularFile(info.st_mode));
+    ops.close(fd);
     return false;
   }
   const bool written = WriteAll(ops, fd, data, error) && Fsync(ops, fd, error);
