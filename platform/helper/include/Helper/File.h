@@ -48,7 +48,8 @@ bool read_file(const boost::filesystem::path& path, std::string& content, FileEr
 /// target is created) and keeps the links; an existing target that is not a
 /// regular file (a directory, a FIFO, a device) is refused. Temporaries a
 /// crashed writer left behind are removed; those of a writer still at work
-/// (it holds an advisory lock on its temporary) are not.
+/// (it holds an advisory lock on its temporary) are not. Append, too, writes
+/// only to a regular file and never waits on a FIFO.
 bool write_file(const boost::filesystem::path& path, std::string_view data, WriteFileMode mode);
 /// The same, telling in error why it failed.
 bool write_file(const boost::filesystem::path& path, std::string_view data, WriteFileMode mode,
