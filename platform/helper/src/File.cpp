@@ -320,7 +320,8 @@ class TemporaryFile {
   enum class LockResult { Locked, Failed, NameLost };
 
   LockResult Lock(FileError& error) {
-    // A file system without flock cannot lock for the clean-up either, so nothing is lost.
+    // Without flock on this file system the clean-up cannot lock either, so it removes
+    // nothing here: unlocked is safe, only less tidy.
     if (FlockRetryingInterrupts(m_fd, LOCK_EX) != 0) return LockResult::Locked;
     struct stat info {};
     if (::fstat(m_fd, &info) != 0) {
