@@ -13,8 +13,9 @@ packages=(
   libxml2-utils valgrind clang-format
 )
 if [[ "${1:-}" == "--extra" ]]; then
-  # Tools for fuzzing (clang and its sanitizer runtimes).
-  packages+=(clang libclang-rt-14-dev)
+  # Tools for fuzzing (clang and its sanitizer runtimes); GNU time for the peak
+  # memory figures of the reliability report.
+  packages+=(clang libclang-rt-14-dev time)
 fi
 
 missing=()

@@ -26,17 +26,39 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DLKDH_BUILD_TESTS=ON -DLKDH_B
   -DLKDH_BUILD_BENCHMARKS=ON -DLKDH_SANITIZE=OFF >/dev/null || exit 1
 cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
-  plugin_bad_scripts_test lkdh_memory_growth || exit 1
+  reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth ||
+  exit 1
 cmake --install "$build" --prefix "$build/test-install" >/dev/null || exit 1
 rm -rf "$out"
 mkdir -p "$out"
 
 for t in reliability_crash_consistency_test reliability_fs_faults_test \
-  reliability_memory_growth_test plugin_bad_scripts_test; do
+  reliability_fs_real_faults_test platform_file_test reliability_memory_growth_test \
+  plugin_bad_scripts_test; do
   echo "== $t"
   (cd "$build/tests" && "./$t" --gtest_output="json:$out/$t.json") >"$out/$t.log" 2>&1 || status=1
   tail -n 3 "$out/$t.log"
 done
+
+echo "== the installed host against special saved files"
+# Peak memory and outcome of one download whose saved file is a 2 GiB sparse file
+# (under a 300 MB address-space limit) or a FIFO without writer.
+special=$(mktemp -d)
+host_cmd=("$build/test-install/bin/knx-download-host" --log-level ERROR)
+config_script="$repo/examples/demo/demo.lua"
+demo_dump="$repo/examples/demo/demo-download.json"
+truncate -s 2G "$special/sparse.xml"
+(ulimit -v 300000
+  /usr/bin/time -f "maxrss_kb=%M" -o "$out/sparse-time.log" \
+    "${host_cmd[@]}" --config "$special/sparse.xml;$config_script" "$demo_dump") >"$out/sparse.log" 2>&1 ||
+  status=1
+stat -c "size_after=%s" "$special/sparse.xml" >>"$out/sparse-time.log"
+mkfifo "$special/fifo.xml"
+/usr/bin/time -f "maxrss_kb=%M" -o "$out/fifo-time.log" \
+  timeout 60 "${host_cmd[@]}" --config "$special/fifo.xml;$config_script" "$demo_dump" \
+  >"$out/fifo.log" 2>&1 || status=1
+rm -rf "$special"
+cat "$out/sparse.log" "$out/sparse-time.log" "$out/fifo.log"
 
 echo "== heap growth"
 "$build/bench/lkdh_memory_growth" 1000 --json "$out/memory-growth.json" | tee "$out/memory-growth.log" ||
@@ -157,19 +179,83 @@ w("")
 w("`tests/reliability/fs_faults_test.cpp` makes one operation fail at a time, through the")
 w("platform's replaceable file-system calls or through the file system itself (permission")
 w("cases run in a child process that has dropped root for uid/gid 65534). Each must log its")
-w("exact ERROR line, return false, leave the previous file byte for byte, call no callback")
-w("and leave no temporary; where the fault goes away, the next download succeeds.")
+w("exact ERROR line and the second ERROR line that names the failed call and why, return")
+w("false, leave the previous file byte for byte, call no callback and leave no temporary;")
+w("where the fault goes away, the next download succeeds.")
 w("")
-w("| fault | failing calls injected | result |")
-w("|---|---:|---|")
+w("| fault | failing calls injected | second ERROR line | result |")
+w("|---|---:|---|---|")
 injected = 0
 for name, result, c in faults:
     calls = int(c.get("failed_calls", 0) or 0)
     injected += calls
-    w(f"| {c.get('fault', name)} | {calls if calls else '(by the file system)'} | {verdict(result == 'passed')} |")
+    w(f"| {c.get('fault', name)} | {calls if calls else '(by the file system)'} | "
+      f"{c.get('reason_line', '')} | {verdict(result == 'passed')} |")
 passed = sum(1 for _, r, _ in faults if r == "passed")
 w("")
 w(f"{len(faults)} faults, {passed} passed; {injected} failing system calls injected.")
+w("")
+
+# ---- real file systems, special files, two writers
+real = cases(load("reliability_fs_real_faults_test.json"))
+helpers = {n.split(".")[-1]: r for n, r, _ in cases(load("platform_file_test.json"))}
+w("## Real file systems, special files and two writers")
+w("")
+w("`tests/reliability/fs_real_faults_test.cpp` runs whole downloads against real faults instead")
+w("of injected ones: a small tmpfs mounted for the test (in a mount namespace of its own where")
+w("the kernel allows; root only, skipped otherwise) that is filled up or has no inode left,")
+w("the same remounted read-only, a 2 GiB sparse saved file, and the project path as a")
+w("symbolic link. Each failure must give the ERROR line and, after it, the line naming the")
+w("failed call and why, return false, keep the old file byte for byte, call no callback and")
+w("leave no temporary; each success must write the right document and call the callback once.")
+w("")
+w("| case | second ERROR line | result |")
+w("|---|---|---|")
+for name, result, c in real:
+    w(f"| {c.get('fault', name)} | {c.get('reason_line', '(none: succeeds)')} | "
+      f"{'skipped (no root)' if result == 'skipped' else verdict(result == 'passed')} |")
+if not real:
+    w("| (the test did not run) | | |")
+w("")
+def figures(name):
+    path = os.path.join(out, name)
+    text = open(path, errors="replace").read() if os.path.exists(path) else ""
+    return dict(re.findall(r"(\w+)=(\d+)", text)), text
+sparse, _ = figures("sparse-time.log")
+_, sparse_out = figures("sparse.log")
+fifo, _ = figures("fifo-time.log")
+_, fifo_out = figures("fifo.log")
+w("The installed `knx-download-host`, one download of the demo each:")
+w("")
+w("| saved file | result | peak RSS, KiB | saved file afterwards |")
+w("|---|---|---:|---|")
+w(f"| 2 GiB sparse, address space limited to 300 MB (`ulimit -v`) | "
+  f"{'written' if 'result: true' in sparse_out else 'not written'} | {sparse.get('maxrss_kb', '?')} | "
+  f"{sparse.get('size_after', '?')} bytes |")
+fifo_lines = [re.sub(r"'[^']*'", "'<path>'", l.split(' - ', 1)[1])
+              for l in fifo_out.splitlines() if l.startswith("ERROR")]
+w(f"| a FIFO without writer | {'not written (false)' if 'result: false' in fifo_out else 'see log'} | "
+  f"{fifo.get('maxrss_kb', '?')} | the FIFO: " + " / ".join(f"`{l}`" for l in fifo_lines) + " |")
+w("")
+w("The whole-download fault table above also covers a FIFO and a symbolic link to `/dev/null`")
+w("in place of the file (read: refused at once with its type; forced write: refused, nothing")
+w("replaced). Helper checks in `tests/platform/file_test.cpp`:")
+w("")
+w("| check | result |")
+w("|---|---|")
+for key, label in [
+        ("ReaderReadsAHugeSparseFileInPiecesOfTheCallersBuffer",
+         "2 GiB sparse file read through a 1 MiB buffer: no read larger than the buffer"),
+        ("ReadFileOfAFifoFailsAtOnceNamingItsType", "FIFO without writer: fails at once, never opened"),
+        ("TwoProcessesReplacingOneFileNeverRemoveEachOthersTemporaries",
+         "3 processes × 150 replaces of one file: no replace fails, no temporary left"),
+        ("ReplaceLeavesATemporaryAnotherWriterHoldsAlone",
+         "a locked temporary of a live writer is kept; once unlocked, removed"),
+        ("ReplaceThroughALinkReplacesItsTargetAndKeepsTheLink", "link: target replaced, link kept"),
+        ("ReplaceThroughADanglingLinkCreatesItsTarget", "dangling link: target created"),
+        ("ReplaceFollowsAsManyLinksAsTheKernelWould", "chain of 40 links followed, 41 refused (ELOOP)")]:
+    r = helpers.get(key)
+    w(f"| {label} | {verdict(r == 'passed') if r else '(not run)'} |")
 w("")
 
 # ---- bad scripts

@@ -1,6 +1,7 @@
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
 #include <LuaKnxDownloadHandler/EtsXml.h>
+#include <LuaKnxDownloadHandler/FileHash.h>
 
 #include <Helper/File.h>
 
@@ -60,13 +61,19 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
                                        appData == AppData_ForceWrite || resetUserDataSetting;
     if (!writeWithoutComparing) {
       const std::vector<std::uint32_t> newHash = CreateHash(*document);
-      std::string saved;
-      if (!Helper::File::read_file(path, saved)) {
+      // Read in pieces and only if it is a regular file: a FIFO cannot stall the download
+      // and a huge file cannot exhaust memory.
+      Helper::File::FileReader saved;
+      Helper::File::FileError readError;
+      bool same = false;
+      if (!saved.Open(path, readError) ||
+          !detail::SameContent(saved, document->size(), newHash, same, readError)) {
         // An existing file we cannot read is left alone rather than overwritten.
         LOG4CPLUS_ERROR(s_logger, "Failed to read file '" << m_etsProjectPath << "'.");
+        LOG4CPLUS_ERROR(s_logger, readError);
         return false;
       }
-      if (newHash == CreateHash(saved)) {
+      if (same) {
         LOG4CPLUS_DEBUG(s_logger, "etsproject is same with saved etsproject.");
         return false;
       }
@@ -75,8 +82,11 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
     LOG4CPLUS_INFO(s_logger, "save new etsproject. Path: " << m_etsProjectPath);
     static_assert(static_cast<int>(Helper::File::WriteFileMode::Replace) == 1,
                   "the project file is always replaced whole");
-    if (!Helper::File::write_file(path, *document, Helper::File::WriteFileMode::Replace)) {
+    Helper::File::FileError writeError;
+    if (!Helper::File::write_file(path, *document, Helper::File::WriteFileMode::Replace,
+                                  writeError)) {
       LOG4CPLUS_ERROR(s_logger, "Failed to write file '" << m_etsProjectPath << "'.");
+      LOG4CPLUS_ERROR(s_logger, writeError);
       return false;
     }
 

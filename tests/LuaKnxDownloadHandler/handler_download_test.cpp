@@ -180,9 +180,9 @@ TEST_F(HandlerDownloadTest, ExistingFileThatCannotBeReadIsLeftAloneWithAnError) 
   EXPECT_FALSE(Download(*handler, HandlerDownload()));
   EXPECT_EQ(callbacks, 0);
   EXPECT_TRUE(fs::is_directory(file));
-  EXPECT_EQ(
-      capture.Lines(kError),
-      (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
+  EXPECT_EQ(capture.Lines(kError),
+            (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."},
+                                  {kError, kLogger, "stat: a directory, not a regular file"}}));
 }
 
 namespace {
@@ -206,9 +206,9 @@ TEST_F(HandlerDownloadTest, ReadErrorOfTheSavedFileKeepsItAndDoesNotCallBack) {
   EXPECT_FALSE(result);
   EXPECT_EQ(callbacks, 1);
   EXPECT_EQ(ReadWholeFile(file), content);
-  EXPECT_EQ(
-      capture.Lines(kError),
-      (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."}}));
+  EXPECT_EQ(capture.Lines(kError),
+            (std::vector<LogLine>{{kError, kLogger, "Failed to read file '" + file.string() + "'."},
+                                  {kError, kLogger, "read: Input/output error"}}));
 }
 
 TEST_F(HandlerDownloadTest, ResetUserDataSettingWritesWithoutReadingTheSavedFile) {
@@ -251,7 +251,8 @@ TEST_F(HandlerDownloadTest, UnwritableTargetLogsTheWriteErrorAndDoesNotCallBack)
   EXPECT_EQ(callbacks, 0);
   EXPECT_EQ(
       capture.Lines(kError),
-      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + target.string() + "'."}}));
+      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + target.string() + "'."},
+                            {kError, kLogger, "open: No such file or directory"}}));
   ASSERT_EQ(capture.Lines(kInfo).size(), 1U);
   EXPECT_EQ(capture.Lines(kInfo)[0].message, "save new etsproject. Path: " + target.string());
 }
@@ -278,7 +279,8 @@ TEST_F(HandlerDownloadTest, FullDiskKeepsTheOldFileAndDoesNotCallBack) {
   EXPECT_EQ(ReadWholeFile(file), content);
   EXPECT_EQ(
       capture.Lines(kError),
-      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + file.string() + "'."}}));
+      (std::vector<LogLine>{{kError, kLogger, "Failed to write file '" + file.string() + "'."},
+                            {kError, kLogger, "write: No space left on device"}}));
   // Nothing but the project file is left in the directory.
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);
 }

@@ -101,7 +101,8 @@ TEST_F(DownloadEndToEndTest, ExistingFileThatCannotBeReadIsKeptWithoutCallback) 
   EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   EXPECT_EQ(outcome.out, "result: false\n");
   EXPECT_EQ(outcome.err,
-            "ERROR KnxDownloadHandler - Failed to read file '" + project.string() + "'.\n");
+            "ERROR KnxDownloadHandler - Failed to read file '" + project.string() +
+                "'.\nERROR KnxDownloadHandler - stat: a directory, not a regular file\n");
   EXPECT_TRUE(fs::is_directory(project));
   EXPECT_TRUE(fs::is_empty(project));
 }
@@ -112,7 +113,8 @@ TEST_F(DownloadEndToEndTest, UnwritableTargetLogsTheWriteErrorWithoutCallback) {
   EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   EXPECT_EQ(outcome.out, "result: false\n");
   EXPECT_EQ(outcome.err, SaveLine(target) + "ERROR KnxDownloadHandler - Failed to write file '" +
-                             target.string() + "'.\n");
+                             target.string() +
+                             "'.\nERROR KnxDownloadHandler - open: No such file or directory\n");
   EXPECT_FALSE(fs::exists(target.parent_path()));
 }
 

@@ -1,8 +1,9 @@
 // A download of the demo device against every way writing or reading the
 // project file can fail: each system call of the replace failing in turn, a
-// failing read, broken paths and missing permissions. Every fault must give its
-// exact error line and false, leave the previous file byte for byte, call no
-// callback and leave no temporary behind.
+// failing read, broken paths, missing permissions and things that are not a
+// regular file in the file's place. Every fault must give its exact error line
+// (and the line naming the failed call and why) and false, leave the previous
+// file byte for byte, call no callback and leave no temporary behind.
 
 #include <DownloadDump.h>
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
@@ -31,6 +32,7 @@
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -160,6 +162,7 @@ struct FaultCase {
   std::string name;
   std::string what;
   Expected expected;
+  std::string reason;  // the line after the failure's, naming the call and why; "" for none
   std::function<Scenario(const fs::path& dir)> make;
 };
 
@@ -322,24 +325,29 @@ std::vector<FaultCase> Cases() {
   using E = Expected;
   return {
       {"OpenOfTheTemporaryFails", "open of the temporary fails (EROFS)", E::WriteFailed,
+       "open: Read-only file system",
        withOps([](FileSystemOps& o) { o.open = OpenForWritingFailsReadOnlyFs; })},
       {"WriteFailsWithDiskFull", "write fails (ENOSPC)", E::WriteFailed,
+       "write: No space left on device",
        withOps([](FileSystemOps& o) { o.write = WriteFailsDiskFull; })},
       {"ShortWriteThenDiskFull", "half the document written, then ENOSPC", E::WriteFailed,
+       "write: No space left on device",
        withOps([](FileSystemOps& o) { o.write = WriteShortThenDiskFull; })},
-      {"WriteMakesNoProgress", "write returns 0 for ever", E::WriteFailed,
+      {"WriteMakesNoProgress", "write returns 0 for ever", E::WriteFailed, "write: no byte written",
        withOps([](FileSystemOps& o) { o.write = WriteMakesNoProgress; })},
-      {"FsyncFails", "fsync fails (EIO)", E::WriteFailed,
+      {"FsyncFails", "fsync fails (EIO)", E::WriteFailed, "fsync: Input/output error",
        withOps([](FileSystemOps& o) { o.fsync = FsyncFailsIo; })},
-      {"CloseFails", "close fails (EIO)", E::WriteFailed,
+      {"CloseFails", "close fails (EIO)", E::WriteFailed, "close: Input/output error",
        withOps([](FileSystemOps& o) { o.close = CloseFailsIo; })},
-      {"RenameFails", "rename fails (EIO)", E::WriteFailed,
+      {"RenameFails", "rename fails (EIO)", E::WriteFailed, "rename: Input/output error",
        withOps([](FileSystemOps& o) { o.rename = RenameFailsIo; })},
       {"ReadOfTheSavedFileFails", "read of the saved file fails (EIO)", E::ReadFailed,
-       withOps([](FileSystemOps& o) { o.read = ReadFailsIo; })},
+       "read: Input/output error", withOps([](FileSystemOps& o) { o.read = ReadFailsIo; })},
       {"OpenOfTheSavedFileFails", "open of the saved file fails (EACCES)", E::ReadFailed,
+       "open: Permission denied",
        withOps([](FileSystemOps& o) { o.open = OpenForReadingFailsWithEacces; })},
       {"MissingDirectory", "the directory does not exist", E::WriteFailed,
+       "open: No such file or directory",
        [](const fs::path& dir) {
          Scenario s;
          s.target = dir / "missing" / "etsproject.xml";
@@ -348,6 +356,7 @@ std::vector<FaultCase> Cases() {
          return s;
        }},
       {"PathComponentIsAFile", "a directory of the path is a file (ENOTDIR)", E::WriteFailed,
+       "lstat: Not a directory",
        [](const fs::path& dir) {
          std::ofstream(dir / "plain-file") << "not a directory";
          Scenario s;
@@ -357,6 +366,7 @@ std::vector<FaultCase> Cases() {
          return s;
        }},
       {"TargetIsADirectory", "the path is a directory", E::ReadFailed,
+       "stat: a directory, not a regular file",
        [](const fs::path& dir) {
          Scenario s;
          s.target = dir / "etsproject.xml";
@@ -367,7 +377,7 @@ std::vector<FaultCase> Cases() {
          return s;
        }},
       {"TargetIsADirectoryForcedWrite", "the path is a directory, write forced (AppData 1)",
-       E::WriteFailed,
+       E::WriteFailed, "lstat: a directory, not a regular file",
        [](const fs::path& dir) {
          Scenario s;
          s.target = dir / "etsproject.xml";
@@ -378,7 +388,49 @@ std::vector<FaultCase> Cases() {
          s.recovers = false;
          return s;
        }},
-      {"SymbolicLinkLoop", "a symbolic-link loop in the path (ELOOP)", E::StatusFailed,
+      {"FifoInPlaceOfTheFile", "a FIFO in place of the saved file", E::ReadFailed,
+       "stat: a FIFO, not a regular file",
+       [](const fs::path& dir) {
+         Scenario s;
+         s.target = dir / "etsproject.xml";
+         if (::mkfifo(s.target.c_str(), 0644) != 0) throw std::runtime_error("mkfifo failed");
+         s.previousDocument = false;
+         s.recovers = false;
+         return s;
+       }},
+      {"FifoInPlaceOfTheFileForcedWrite", "a FIFO in place of the file, write forced (AppData 1)",
+       E::WriteFailed, "lstat: a FIFO, not a regular file",
+       [](const fs::path& dir) {
+         Scenario s;
+         s.target = dir / "etsproject.xml";
+         if (::mkfifo(s.target.c_str(), 0644) != 0) throw std::runtime_error("mkfifo failed");
+         s.previousDocument = false;
+         s.appData = IKnxDownloadHandler::AppData_ForceWrite;
+         s.recovers = false;
+         return s;
+       }},
+      {"LinkToADevice", "the path is a symbolic link to /dev/null", E::ReadFailed,
+       "stat: a character device, not a regular file",
+       [](const fs::path& dir) {
+         Scenario s;
+         s.target = dir / "etsproject.xml";
+         fs::create_symlink("/dev/null", s.target);
+         s.previousDocument = false;
+         s.recovers = false;
+         return s;
+       }},
+      {"LinkToADeviceForcedWrite", "a symbolic link to /dev/null, write forced (AppData 1)",
+       E::WriteFailed, "lstat: a character device, not a regular file",
+       [](const fs::path& dir) {
+         Scenario s;
+         s.target = dir / "etsproject.xml";
+         fs::create_symlink("/dev/null", s.target);
+         s.previousDocument = false;
+         s.appData = IKnxDownloadHandler::AppData_ForceWrite;
+         s.recovers = false;
+         return s;
+       }},
+      {"SymbolicLinkLoop", "a symbolic-link loop in the path (ELOOP)", E::StatusFailed, "",
        [](const fs::path& dir) {
          fs::create_symlink(dir / "loop", dir / "loop");
          Scenario s;
@@ -387,7 +439,7 @@ std::vector<FaultCase> Cases() {
          s.recovers = false;
          return s;
        }},
-      {"NameTooLong", "a file name longer than NAME_MAX", E::StatusFailed,
+      {"NameTooLong", "a file name longer than NAME_MAX", E::StatusFailed, "",
        [](const fs::path& dir) {
          Scenario s;
          s.target = dir / std::string(300, 'x');
@@ -396,11 +448,11 @@ std::vector<FaultCase> Cases() {
          return s;
        }},
       {"NoSearchPermissionOnTheDirectory", "no search permission on the directory (as nobody)",
-       E::StatusFailed, unprivileged("locked", 0666, 0644)},
+       E::StatusFailed, "", unprivileged("locked", 0666, 0644)},
       {"ReadOnlyDirectory", "a directory without write permission (as nobody)", E::WriteFailed,
-       unprivileged("read-only", 0555, 0644)},
+       "open: Permission denied", unprivileged("read-only", 0555, 0644)},
       {"UnreadableFile", "a saved file without read permission (as nobody)", E::ReadFailed,
-       unprivileged("writable", 0777, 0200)},
+       "open: Permission denied", unprivileged("writable", 0777, 0200)},
   };
 }
 
@@ -455,7 +507,9 @@ TEST_P(FsFaultTest, FailsWithItsMessageAndKeepsEverything) {
                 report->statusError;
       break;
   }
-  EXPECT_EQ(report->errors, std::vector<std::string>{message});
+  std::vector<std::string> expectedErrors{message};
+  if (!fault.reason.empty()) expectedErrors.push_back(fault.reason);
+  EXPECT_EQ(report->errors, expectedErrors);
   EXPECT_EQ(Snapshot(scenario.target), targetBefore);
   // No temporary beside the target, nothing created or removed anywhere around it.
   EXPECT_EQ(Snapshot(folder), folderBefore);
@@ -465,6 +519,7 @@ TEST_P(FsFaultTest, FailsWithItsMessageAndKeepsEverything) {
     EXPECT_GT(report->failedCalls, 0) << "the injected fault was never reached";
   }
   RecordProperty("failed_calls", report->failedCalls);
+  RecordProperty("reason_line", report->errors.size() > 1 ? report->errors[1] : "(none)");
 
   if (scenario.recovers) {
     // With the fault gone the same download goes through.
@@ -502,10 +557,20 @@ TEST(FsFaults, ATemporaryLeftByAFailedCleanUpIsRemovedByTheNextWrite) {
   ops.rename = RenameFailsIo;
   ops.unlink = UnlinkFailsIo;
   g_failedCalls = 0;
+  std::vector<std::string> errors;
   const FileSystemOps previous = SetFileSystemOps(ops);
-  const bool result = download(true);
+  bool result = true;
+  {
+    LogCapture capture;
+    result = download(true);
+    for (const auto& line : capture.Lines(log4cplus::ERROR_LOG_LEVEL)) {
+      if (line.logger == kLogger) errors.push_back(line.message);
+    }
+  }
   SetFileSystemOps(previous);
   EXPECT_FALSE(result);
+  EXPECT_EQ(errors, (std::vector<std::string>{"Failed to write file '" + target.string() + "'.",
+                                              "rename: Input/output error"}));
   EXPECT_EQ(g_failedCalls, 2);
   EXPECT_EQ(ReadWholeFile(target), before);
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 2);
@@ -515,6 +580,7 @@ TEST(FsFaults, ATemporaryLeftByAFailedCleanUpIsRemovedByTheNextWrite) {
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);
   RecordProperty("fault", "rename and unlink of the temporary fail");
   RecordProperty("failed_calls", 2);
+  RecordProperty("reason_line", errors.size() > 1 ? errors[1] : "(none)");
 }
 
 }  // namespace
