@@ -1,44 +1,58 @@
 #include <LuaKnxDownloadHandler/FileHash.h>
+#include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
-#include <boost/uuid/detail/sha1.hpp>
+#include "Sha1.h"
 
-#include <iterator>
+#include <algorithm>
 #include <memory>
 
 namespace Korvex::detail {
 
-bool CreateFileHash(Helper::File::FileReader& reader, std::vector<std::uint32_t>& hash,
-                    Helper::File::FileError& error) {
+namespace {
+
+// Reads the rest of the file a piece at a time, handing each piece to consume.
+template <typename Consume>
+bool ReadPieces(Helper::File::FileReader& reader, Helper::File::FileError& error,
+                Consume&& consume) {
   // On the heap: the host may call from a thread with a small stack.
   const std::unique_ptr<char[]> buffer(new char[kFileHashChunk]);
-  boost::uuids::detail::sha1 sha1;
   for (;;) {
     std::size_t got = 0;
     if (!reader.Read(buffer.get(), kFileHashChunk, got, error)) return false;
-    if (got == 0) break;
-    sha1.process_bytes(buffer.get(), got);
+    if (got == 0) return true;
+    consume(buffer.get(), got);
   }
-  boost::uuids::detail::sha1::digest_type digest;
-  sha1.get_digest(digest);
-  hash.assign(std::begin(digest), std::end(digest));
+}
+
+}  // namespace
+
+bool CreateFileHash(Helper::File::FileReader& reader, std::vector<std::uint32_t>& hash,
+                    Helper::File::FileError& error) {
+  Sha1 sha1;
+  if (!ReadPieces(reader, error,
+                  [&sha1](const char* data, std::size_t size) { sha1.Update(data, size); })) {
+    return false;
+  }
+  const Sha1::Digest digest = sha1.Finish();
+  hash.assign(digest.begin(), digest.end());
   return true;
 }
 
-bool SameContent(Helper::File::FileReader& reader, std::size_t textSize,
-                 const std::vector<std::uint32_t>& textHash, bool& same,
+bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& same,
                  Helper::File::FileError& error) {
-  if (reader.Size() != textSize) {
-    // Its length alone says it differs; its first piece is still read, so that a file
-    // that cannot be read at all is reported as unreadable, not replaced.
-    char first[512];
-    std::size_t got = 0;
-    if (!reader.Read(first, sizeof first, got, error)) return false;
+  if (reader.Size() != text.size()) {
+    // Its length alone says it differs; it is read all the same, so that a file
+    // that cannot be read is reported and kept, not replaced.
+    if (!ReadPieces(reader, error, [](const char*, std::size_t) {})) return false;
     same = false;
     return true;
   }
   std::vector<std::uint32_t> fileHash;
   if (!CreateFileHash(reader, fileHash, error)) return false;
-  same = fileHash == textHash;
+  Sha1 sha1;
+  sha1.Update(text.data(), text.size());
+  const Sha1::Digest textHash = sha1.Finish();
+  same = std::equal(fileHash.begin(), fileHash.end(), textHash.begin(), textHash.end());
   return true;
 }
 

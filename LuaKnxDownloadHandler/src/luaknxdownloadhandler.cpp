@@ -60,14 +60,12 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
                                        type == boost::filesystem::file_not_found ||
                                        appData == AppData_ForceWrite || resetUserDataSetting;
     if (!writeWithoutComparing) {
-      const std::vector<std::uint32_t> newHash = CreateHash(*document);
       // Read in pieces and only if it is a regular file: a FIFO cannot stall the download
       // and a huge file cannot exhaust memory.
       Helper::File::FileReader saved;
       Helper::File::FileError readError;
       bool same = false;
-      if (!saved.Open(path, readError) ||
-          !detail::SameContent(saved, document->size(), newHash, same, readError)) {
+      if (!saved.Open(path, readError) || !detail::SameContent(saved, *document, same, readError)) {
         // An existing file we cannot read is left alone rather than overwritten.
         LOG4CPLUS_ERROR(s_logger, "Failed to read file '" << m_etsProjectPath << "'.");
         LOG4CPLUS_ERROR(s_logger, readError);

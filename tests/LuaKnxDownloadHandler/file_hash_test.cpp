@@ -31,11 +31,12 @@ using lkdh::test::TempDir;
 std::size_t g_largestRead = 0;
 int g_reads = 0;
 bool g_failRead = false;
+int g_failFromRead = 0;  // the first read that fails, counting from 1; 0 for none
 
 ssize_t CountingRead(int fd, void* data, std::size_t size) {
   ++g_reads;
   g_largestRead = std::max(g_largestRead, size);
-  if (g_failRead) {
+  if (g_failRead || (g_failFromRead != 0 && g_reads >= g_failFromRead)) {
     errno = EIO;
     return -1;
   }
@@ -48,6 +49,7 @@ class FileHashTest : public ::testing::Test {
     g_largestRead = 0;
     g_reads = 0;
     g_failRead = false;
+    g_failFromRead = 0;
     FileSystemOps ops{};
     ops.read = CountingRead;
     m_previous = SetFileSystemOps(ops);
@@ -119,22 +121,34 @@ TEST_F(FileHashTest, SameContentComparesAFileOfTheTextsSizeByItsHash) {
     FileError error;
     ASSERT_TRUE(reader.Open(path, error));
     bool same = !expected;
-    ASSERT_TRUE(SameContent(reader, text.size(), Korvex::CreateHash(text), same, error));
+    ASSERT_TRUE(SameContent(reader, text, same, error));
     EXPECT_EQ(same, expected) << content;
   }
 }
 
-TEST_F(FileHashTest, SameContentDecidesAFileOfAnotherSizeByItsFirstPieceOnly) {
+TEST_F(FileHashTest, SameContentReadsAFileOfAnotherSizeToItsEnd) {
   const std::string text = "<etsproject/>\n";
   const fs::path path = m_dir.WriteFile("saved.xml", Pattern(3 * kFileHashChunk));
   FileReader reader;
   FileError error;
   ASSERT_TRUE(reader.Open(path, error));
   bool same = true;
-  ASSERT_TRUE(SameContent(reader, text.size(), Korvex::CreateHash(text), same, error));
+  ASSERT_TRUE(SameContent(reader, text, same, error));
   EXPECT_FALSE(same);
-  EXPECT_EQ(g_reads, 1);
-  EXPECT_LE(g_largestRead, 512u);
+  EXPECT_EQ(g_reads, 4);  // three pieces and the end
+  EXPECT_EQ(g_largestRead, kFileHashChunk);
+}
+
+TEST_F(FileHashTest, SameContentReportsAFileOfAnotherSizeThatFailsPartWay) {
+  const std::string text = "<etsproject/>\n";
+  const fs::path path = m_dir.WriteFile("saved.xml", Pattern(3 * kFileHashChunk));
+  FileReader reader;
+  FileError error;
+  ASSERT_TRUE(reader.Open(path, error));
+  g_failFromRead = 3;
+  bool same = true;
+  EXPECT_FALSE(SameContent(reader, text, same, error));
+  EXPECT_EQ(error.Describe(), "read: Input/output error");
 }
 
 TEST_F(FileHashTest, SameContentReportsAFileOfAnotherSizeThatCannotBeRead) {
@@ -145,7 +159,7 @@ TEST_F(FileHashTest, SameContentReportsAFileOfAnotherSizeThatCannotBeRead) {
   ASSERT_TRUE(reader.Open(path, error));
   g_failRead = true;
   bool same = true;
-  EXPECT_FALSE(SameContent(reader, text.size(), Korvex::CreateHash(text), same, error));
+  EXPECT_FALSE(SameContent(reader, text, same, error));
   EXPECT_EQ(error.Describe(), "read: Input/output error");
 }
 

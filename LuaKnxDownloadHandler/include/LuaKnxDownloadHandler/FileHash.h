@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace Korvex::detail {
@@ -18,11 +19,10 @@ constexpr std::size_t kFileHashChunk = 64 * 1024;
 bool CreateFileHash(Helper::File::FileReader& reader, std::vector<std::uint32_t>& hash,
                     Helper::File::FileError& error);
 
-/// Whether the file reader has open holds exactly a text of textSize bytes whose
-/// CreateHash is textHash. Of a file of another size only the first few hundred bytes
-/// are read, to be sure it can be read at all.
-bool SameContent(Helper::File::FileReader& reader, std::size_t textSize,
-                 const std::vector<std::uint32_t>& textHash, bool& same,
+/// Whether the file reader has open holds exactly text. A file of another size
+/// is still read to its end, unhashed: one that fails part-way is unreadable,
+/// and an unreadable saved file is kept, whatever its size.
+bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& same,
                  Helper::File::FileError& error);
 
 }  // namespace Korvex::detail
