@@ -23,15 +23,14 @@ endif()
 
 # Written out rather than found by dpkg-shlibdeps, which cannot look into a
 # cross sysroot: Debian 12's packages of the libraries the binaries link.
-set(lkdh_runtime_depends
-  "libc6, libstdc++6, libgcc-s1, libboost-filesystem1.81.0, libfmt9, liblog4cplus-2.0.5, libpugixml1v5, liblua5.4-0")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME luaknxdownloadhandler)
-set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "${lkdh_runtime_depends}")
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS
+  "libc6, libstdc++6, libgcc-s1, libboost-filesystem1.81.0, libfmt9, liblog4cplus-2.0.5, libpugixml1v5, liblua5.4-0")
 set(CPACK_COMPONENT_PLUGIN_DESCRIPTION
   "KNX download-handler plug-in with stand-in platform libraries, headers and build files")
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME knx-download-host)
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS
-  "luaknxdownloadhandler (= ${PROJECT_VERSION}), ${lkdh_runtime_depends}")
+  "luaknxdownloadhandler (= ${PROJECT_VERSION}), libc6, libstdc++6, libgcc-s1, liblog4cplus-2.0.5, libpugixml1v5, liblua5.4-0")
 set(CPACK_COMPONENT_HOST_DESCRIPTION
   "Loads the KNX download-handler plug-in and feeds it a download dump; checks description scripts")
 

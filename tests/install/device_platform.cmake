@@ -41,7 +41,8 @@ run(${CMAKE_COMMAND} --install ${BINARY_DIR}/build --prefix ${BINARY_DIR}/instal
 
 file(GLOB_RECURSE installed RELATIVE ${BINARY_DIR}/install ${BINARY_DIR}/install/*)
 list(SORT installed)
-set(expected include/LuaKnxDownloadHandler/Version.h lib/libLuaKnxDownloadHandler.so)
+set(expected include/LuaKnxDownloadHandler/Version.h lib/libLuaKnxDownloadHandler.so
+  lib/libLuaKnxDownloadHandlerCapture.so)
 if(NOT installed STREQUAL expected)
   message(FATAL_ERROR "installed: ${installed}\nexpected: ${expected}")
 endif()
@@ -60,5 +61,19 @@ file(READ ${BINARY_DIR}/etsproject.xml written)
 file(READ ${SOURCE_DIR}/examples/demo/expected-etsproject.xml wanted)
 if(NOT written STREQUAL wanted)
   message(FATAL_ERROR "the device-platform plug-in wrote a different demo document")
+endif()
+
+# The capture plug-in of that build, in front of it, keeps the download.
+set(ENV{LKDH_CAPTURE_DIR} ${BINARY_DIR}/captures)
+execute_process(COMMAND ${HOST} --plugin ${BINARY_DIR}/install/lib/libLuaKnxDownloadHandlerCapture.so
+    --fail-on-no-write --config "${BINARY_DIR}/captured.xml;${SOURCE_DIR}/examples/demo/demo.lua"
+    ${SOURCE_DIR}/examples/demo/demo-download.json
+  RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT status EQUAL 0 OR NOT EXISTS ${BINARY_DIR}/captures/download-00000001.json)
+  message(FATAL_ERROR "the device-platform capture plug-in failed (${status}):\n${out}\n${err}")
+endif()
+file(READ ${BINARY_DIR}/captured.xml written)
+if(NOT written STREQUAL wanted)
+  message(FATAL_ERROR "through the capture plug-in the demo document differs")
 endif()
 message(STATUS "device platform build: ok")
