@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds and installs the plug-in and the host
-# command into ./install, and runs the demo device's download.
+# Installs what is missing, builds the plug-in and the host command in
+# build/release, installs them into build/release/demo/install and runs the
+# demo device's download into build/release/demo/etsproject.xml. Everything it
+# writes stays under build/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-cmake --preset release -DLKDH_BUILD_TESTS=OFF
-cmake --build --preset release
-cmake --install build/release --prefix install
-if [[ -x install/bin/knx-download-host ]]; then
-  install/bin/knx-download-host \
-    --config "etsproject.xml;examples/demo/demo.lua" examples/demo/demo-download.json
-  echo "wrote $(pwd)/etsproject.xml"
-else
-  ls -l install/lib
-fi
+# The release preset's own build tree, tests included in its configuration, so
+# that scripts/test.sh afterwards goes on from here; only what is installed is built.
+cmake --preset release
+cmake --build --preset release --target lkdh_runtime
+demo=build/release/demo
+rm -rf "$demo/install"
+rm -f "$demo/etsproject.xml"
+cmake --install build/release --prefix "$demo/install"
+"$demo/install/bin/knx-download-host" --version
+"$demo/install/bin/knx-download-host" --fail-on-no-write \
+  --config "$demo/etsproject.xml;examples/demo/demo.lua" examples/demo/demo-download.json
+echo "wrote $(pwd)/$demo/etsproject.xml"

@@ -2,6 +2,8 @@
 // A download as the device's host would receive it from ETS, read from a JSON
 // "download dump" so that the plug-in can be fed without a KNX bus.
 
+#include "DumpFormat.h"
+
 #include <KnxStack/BinaryData.h>
 #include <KnxStack/InterfaceObject.h>
 #include <Korvex/IKnxDownloadHandler.h>
@@ -14,9 +16,6 @@
 #include <vector>
 
 namespace lkdh::host {
-
-/// The largest memory image a dump may describe; guards against a typo in a size.
-inline constexpr std::size_t kMaxMemorySize = 16U * 1024U * 1024U;
 
 /// A dump that cannot be used. Location is the JSON pointer of the offending
 /// value ("" for the document itself or for problems with the file).

@@ -23,7 +23,7 @@ std::string InstalledPluginPath() {
     throw PluginError("cannot locate the installed plug-in: /proc/self/exe: " + error.message() +
                       " (use --plugin)");
   }
-  return (self.parent_path() / ".." / "lib" / "libLuaKnxDownloadHandler.so")
+  return (self.parent_path() / ".." / LKDH_INSTALL_LIBDIR / "libLuaKnxDownloadHandler.so")
       .lexically_normal()
       .string();
 }
@@ -50,6 +50,10 @@ void* PluginLibrary::Symbol(const char* name) const {
     throw PluginError(std::string("the plug-in's entry point '") + name + "' is null");
   }
   return address;
+}
+
+void* PluginLibrary::OptionalSymbol(const char* name) const noexcept {
+  return dlsym(m_handle, name);
 }
 
 Korvex::CreateHandlerFunction PluginLibrary::CreateHandler() const {

@@ -32,6 +32,9 @@ class PluginLibrary {
   /// The address of an exported symbol; throws PluginError when it is missing.
   void* Symbol(const char* name) const;
 
+  /// The address of an exported symbol, or null when the library has none.
+  void* OptionalSymbol(const char* name) const noexcept;
+
   Korvex::CreateHandlerFunction CreateHandler() const;
   Korvex::DeleteHandlerFunction DeleteHandler() const;
 

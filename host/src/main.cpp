@@ -7,6 +7,7 @@
 #include "PluginLoader.h"
 
 #include <Korvex/IKnxDownloadHandler.h>
+#include <LuaKnxDownloadHandler/Version.h>
 
 #include <log4cplus/configurator.h>
 #include <log4cplus/consoleappender.h>
@@ -43,6 +44,7 @@ enum ExitCode : int {
   kExitUsage = 2,
   kExitPlugin = 3,
   kExitNotLoaded = 4,
+  kExitNoWrite = 5,
 };
 
 struct Options {
@@ -54,6 +56,8 @@ struct Options {
   std::string logLevel = "INFO";
   std::string logConfig;
   std::string dump;
+  bool failOnNoWrite = false;
+  bool version = false;
 };
 
 // Plain decimal only: CLI11's own conversion would read "010" as octal and "0x10" as hex.
@@ -139,8 +143,16 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
   }
   const HandlerOwner handler(created, deleteHandler);
   if (!handler->Loaded()) {
-    std::cerr << kProgram << ": the handler is not loaded (configuration '" << options.configuration
-              << "'); see the log for why\n";
+    // The plug-in says nothing about a configuration it cannot split, so the host names it.
+    if (options.configuration.find(';') == std::string::npos) {
+      std::cerr << kProgram << ": the handler is not loaded: the configuration '"
+                << options.configuration
+                << "' has no ';' between the etsproject path and the script (expected "
+                   "\"ETSPROJECT;SCRIPT\")\n";
+    } else {
+      std::cerr << kProgram << ": the handler is not loaded (configuration '"
+                << options.configuration << "'); see the log for why\n";
+    }
     return kExitNotLoaded;
   }
 
@@ -150,6 +162,7 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
   std::function<void()> resetUserData;
   if (!options.emptyCallback) resetUserData = [] { PrintLine("reset-user-data"); };
 
+  bool wrote = false;
   for (std::uint64_t run = 1; run <= repeat; ++run) {
     LOG4CPLUS_DEBUG(logger, "CreateFileWithKnxData call " << run << " of " << repeat
                                                           << ", app data "
@@ -157,7 +170,25 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
     const bool result = handler->CreateFileWithKnxData(dump.interfaceObjects, dump.memory,
                                                        resetUserData, appData, dump.coDescriptors);
     PrintLine(result ? "result: true" : "result: false");
+    wrote = wrote || result;
   }
+  if (options.failOnNoWrite && !wrote) {
+    std::cerr << kProgram << ": no call wrote the document (--fail-on-no-write)\n";
+    return kExitNoWrite;
+  }
+  return kExitOk;
+}
+
+// This command's release, then the plug-in's, read from its exported version function.
+int PrintVersion(const std::string& plugin) {
+  PrintLine(std::string(kProgram) + " " + LKDH_VERSION);
+  const std::string pluginPath = plugin.empty() ? lkdh::host::InstalledPluginPath() : plugin;
+  const PluginLibrary library(pluginPath);
+  const auto version = reinterpret_cast<LuaKnxDownloadHandlerVersionFunction>(
+      library.OptionalSymbol(LKDH_VERSION_SYMBOL));
+  PrintLine("plug-in " + pluginPath + " " +
+            (version != nullptr ? std::string(version())
+                                : std::string("unknown (no " LKDH_VERSION_SYMBOL ")")));
   return kExitOk;
 }
 
@@ -196,10 +227,10 @@ int Run(int argc, char** argv) {
                  "The plug-in library (default: ../lib/libLuaKnxDownloadHandler.so from this "
                  "command's directory)")
       ->type_name("FILE");
+  // Required unless --version is given: checked after parsing, as the dump is.
   auto* config = app.add_option("--config", options.configuration,
                                 "The handler's configuration, \"ETSPROJECT;SCRIPT\", passed as "
                                 "it is")
-                     ->required()
                      ->type_name("TEXT");
   app.add_option("--app-data", options.appData,
                  "The AppData value of every call (1 forces a write)")
@@ -211,6 +242,10 @@ int Run(int argc, char** argv) {
       ->type_name("N")
       ->capture_default_str();
   app.add_flag("--empty-callback", options.emptyCallback, "Pass an empty reset-user-data callback");
+  app.add_flag("--fail-on-no-write", options.failOnNoWrite,
+               "Exit with status 5 when no call wrote the document (none returned true)");
+  app.add_flag("--version", options.version,
+               "Print this command's version and the plug-in's, then exit");
   auto* logLevel = app.add_option("--log-level", options.logLevel, "The root logger's level")
                        ->check(CLI::IsMember({"TRACE", "DEBUG", "INFO", "WARN", "ERROR"}))
                        ->type_name("LEVEL")
@@ -229,7 +264,8 @@ int Run(int argc, char** argv) {
   app.footer(
       "Prints \"reset-user-data\" when the plug-in resets the user data and \"result: true|false\" "
       "after each call.\nExit status: 0 all calls ran, 2 usage error or bad dump, 3 plug-in not "
-      "loadable, 4 handler not loaded, 1 unexpected failure.\nRun \"knx-download-host "
+      "loadable, 4 handler not loaded, 5 nothing written (with --fail-on-no-write), 1 unexpected "
+      "failure.\nRun \"knx-download-host "
       "check-script --help\" for the script check.");
 
   CLI::App* checkScript = app.add_subcommand(
@@ -237,7 +273,6 @@ int Run(int argc, char** argv) {
       "Checks a description script: calls its functions as the plug-in does and reports what "
       "the plug-in would misread");
   checkScript->allow_extras(false);
-  checkScript->preparse_callback([config](std::size_t) { config->required(false); });
   checkScript->add_option("script", check.script, "The description script (Lua)")
       ->required()
       ->check(CLI::ExistingFile)
@@ -264,8 +299,9 @@ int Run(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
-    if (!checkScript->parsed() && dumpOption->count() == 0) {
-      throw CLI::RequiredError(dumpOption->get_name());
+    if (!checkScript->parsed() && !options.version) {
+      if (config->count() == 0) throw CLI::RequiredError(config->get_name());
+      if (dumpOption->count() == 0) throw CLI::RequiredError(dumpOption->get_name());
     }
     if (!app.remaining(false).empty()) throw CLI::ExtrasError(app.get_name(), app.remaining(false));
     if (checkScript->parsed()) {
@@ -280,6 +316,8 @@ int Run(int argc, char** argv) {
     const int code = app.exit(error);
     return code == 0 ? kExitOk : kExitUsage;
   }
+
+  if (options.version) return ExitStatusOf([&] { return PrintVersion(options.plugin); });
 
   if (checkScript->parsed()) {
     return ExitStatusOf([&] {

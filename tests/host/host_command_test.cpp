@@ -191,12 +191,92 @@ TEST_F(HostCommandTest, MissingScriptExitsWithFour) {
       << outcome.err;
 }
 
-TEST_F(HostCommandTest, ConfigurationWithoutSeparatorExitsWithFour) {
+TEST_F(HostCommandTest, ConfigurationWithoutSeparatorExitsWithFourAndSaysSo) {
   const Outcome outcome = Run({"--config", project.string(), kDump});
   EXPECT_EQ(outcome.exitCode, 4);
   EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err, "knx-download-host: the handler is not loaded (configuration '" +
-                             project.string() + "'); see the log for why\n");
+  EXPECT_EQ(outcome.err, "knx-download-host: the handler is not loaded: the configuration '" +
+                             project.string() +
+                             "' has no ';' between the etsproject path and the script "
+                             "(expected \"ETSPROJECT;SCRIPT\")\n");
+  EXPECT_FALSE(fs::exists(project));
+}
+
+TEST_F(HostCommandTest, CommaInsteadOfSemicolonIsNamedAsTheProblem) {
+  const std::string configuration = project.string() + "," + kScript;
+  const Outcome outcome = Run({"--config", configuration, "--log-level", "TRACE", kDump});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_EQ(outcome.out, "");
+  // The plug-in itself logs nothing about it, even at TRACE; the host's line says it all.
+  EXPECT_FALSE(Contains(outcome.err, "KnxDownloadHandler -")) << outcome.err;
+  EXPECT_FALSE(Contains(outcome.err, "ovslua -")) << outcome.err;
+  EXPECT_TRUE(
+      EndsWith(outcome.err, "\nknx-download-host: the handler is not loaded: the configuration '" +
+                                configuration +
+                                "' has no ';' between the etsproject path and the script "
+                                "(expected \"ETSPROJECT;SCRIPT\")\n"))
+      << outcome.err;
+}
+
+TEST_F(HostCommandTest, FailOnNoWriteExitsWithFiveWhenTheDocumentIsUnchanged) {
+  const Outcome first = Run({"--config", Config(), "--fail-on-no-write", kDump});
+  EXPECT_EQ(first.exitCode, 0) << first.err;
+  EXPECT_EQ(first.out, "reset-user-data\nresult: true\n");
+  EXPECT_EQ(first.err, SaveLine());
+
+  const Outcome unchanged = Run({"--config", Config(), "--fail-on-no-write", kDump});
+  EXPECT_EQ(unchanged.exitCode, 5);
+  EXPECT_EQ(unchanged.out, "result: false\n");
+  EXPECT_EQ(unchanged.err, "knx-download-host: no call wrote the document (--fail-on-no-write)\n");
+}
+
+TEST_F(HostCommandTest, FailOnNoWriteIsSatisfiedByOneWritingCallOfARepeat) {
+  const Outcome outcome = Run({"--config", Config(), "--fail-on-no-write", "--repeat", "2", kDump});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "reset-user-data\nresult: true\nresult: false\n");
+}
+
+TEST_F(HostCommandTest, FailOnNoWriteExitsWithFiveForADownloadWithoutObjects) {
+  const fs::path dump = dir.WriteFile("empty.json", R"({"interfaceObjects": []})");
+  const Outcome outcome = Run({"--config", Config(), "--fail-on-no-write", dump.string()});
+  EXPECT_EQ(outcome.exitCode, 5);
+  EXPECT_EQ(outcome.out, "result: false\n");
+  EXPECT_EQ(outcome.err, "knx-download-host: no call wrote the document (--fail-on-no-write)\n");
+  EXPECT_FALSE(fs::exists(project));
+}
+
+TEST_F(HostCommandTest, WithoutFailOnNoWriteAnUnchangedDocumentExitsWithZero) {
+  ASSERT_EQ(Run({"--config", Config(), kDump}).exitCode, 0);
+  const Outcome outcome = Run({"--config", Config(), kDump});
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.out, "result: false\n");
+}
+
+TEST_F(HostCommandTest, VersionNamesTheCommandAndTheInstalledPlugIn) {
+  const Outcome outcome = Run({"--version"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "knx-download-host " LKDH_PROJECT_VERSION "\nplug-in " +
+                             fs::path(LKDH_INSTALLED_PLUGIN).lexically_normal().string() +
+                             " " LKDH_PROJECT_VERSION "\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(HostCommandTest, VersionReadsThePlugInGivenWithPlugin) {
+  const std::string library =
+      (fs::path(LKDH_INSTALLED_PLUGIN).parent_path() / "libKnxStack.so").string();
+  const Outcome outcome = Run({"--plugin", library, "--version"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "knx-download-host " LKDH_PROJECT_VERSION "\nplug-in " + library +
+                             " unknown (no LuaKnxDownloadHandlerVersion)\n");
+}
+
+TEST_F(HostCommandTest, VersionOfAMissingPlugInExitsWithThree) {
+  const Outcome outcome = Run({"--plugin", "/no/such/plugin.so", "--version"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_EQ(outcome.out, "knx-download-host " LKDH_PROJECT_VERSION "\n");
+  EXPECT_EQ(outcome.err,
+            "knx-download-host: cannot load the plug-in: /no/such/plugin.so: cannot open shared "
+            "object file: No such file or directory\n");
 }
 
 TEST_F(HostCommandTest, BadDumpExitsWithTwoAndNamesTheLocation) {
@@ -302,6 +382,12 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"UnknownOption",
                   {"--config", "a;b", "--verbose", kDump},
                   "The following argument was not expected: --verbose"},
+        UsageCase{"VersionWithExtraArgument",
+                  {"--version", kDump, "extra"},
+                  "The following argument was not expected: extra"},
+        UsageCase{"VersionWithCheckScript",
+                  {"--version", "check-script", kDump},
+                  "--version cannot be used with check-script"},
         UsageCase{"TwoDumps",
                   {"--config", "a;b", kDump, kDump},
                   "The following argument was not expected: " + kDump}),

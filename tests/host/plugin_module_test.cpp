@@ -2,6 +2,7 @@
 // does not link the plug-in itself: a second copy of it in one process would
 // run its static initialisers over the first copy's objects.
 #include <Korvex/IKnxDownloadHandler.h>
+#include <LuaKnxDownloadHandler/Version.h>
 
 #include <gtest/gtest.h>
 
@@ -59,6 +60,16 @@ TEST(EntryPoints, ExportedNamespacedFunctionsResolveInTheInstalledModule) {
   }
   // Only the two entry points have plain names.
   EXPECT_EQ(dlsym(module, "CreateHash"), nullptr);
+  dlclose(module);
+}
+
+TEST(EntryPoints, InstalledModuleAnswersItsVersionUnderAPlainName) {
+  void* module = dlopen(LKDH_INSTALLED_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(module, nullptr) << dlerror();
+  auto version =
+      reinterpret_cast<LuaKnxDownloadHandlerVersionFunction>(dlsym(module, LKDH_VERSION_SYMBOL));
+  ASSERT_NE(version, nullptr) << dlerror();
+  EXPECT_STREQ(version(), LKDH_PROJECT_VERSION);
   dlclose(module);
 }
 
