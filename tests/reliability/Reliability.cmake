@@ -14,6 +14,7 @@ target_sources(reliability_allocation_failure_test PRIVATE
   ${CMAKE_CURRENT_SOURCE_DIR}/reliability/AllocationFaults.cpp)
 target_link_libraries(reliability_allocation_failure_test PRIVATE
   lkdh_test_download_generator pugixml::pugixml)
+target_link_libraries(reliability_two_handlers_threads_test PRIVATE lkdh_test_download_generator)
 # Sanitizer and emulator builds run many times slower: they try every few
 # positions and a smaller sample, and a clean download after some faults only.
 if(CMAKE_CROSSCOMPILING)
