@@ -127,6 +127,25 @@ struct Figures {
   std::uint64_t injected[3] = {};
   std::map<std::string, std::uint64_t> errorLines;  // the first ERROR line of each failure
 
+  // The figures as test properties, for the reliability report.
+  void Record(const std::string& key) const {
+    using ::testing::Test;
+    Test::RecordProperty(key + ".faulted", std::to_string(downloads));
+    Test::RecordProperty(key + ".written", std::to_string(written));
+    Test::RecordProperty(key + ".failed_cleanly", std::to_string(failedCleanly));
+    Test::RecordProperty(key + ".failed_silently", std::to_string(failedSilently));
+    Test::RecordProperty(key + ".wrong", std::to_string(wrong));
+    Test::RecordProperty(key + ".follow_ups", std::to_string(followUps));
+    Test::RecordProperty(key + ".follow_ups_failed", std::to_string(followUpsFailed));
+    Test::RecordProperty(key + ".injected_new", std::to_string(injected[0]));
+    Test::RecordProperty(key + ".injected_pugixml", std::to_string(injected[1]));
+    Test::RecordProperty(key + ".injected_lua", std::to_string(injected[2]));
+    std::string kinds;
+    for (const auto& [line, count] : errorLines)
+      kinds += std::to_string(count) + "\t" + line + "\n";
+    Test::RecordProperty(key + ".error_lines", kinds);
+  }
+
   void Print(const std::string& title) const {
     std::ostringstream out;
     out << title << ": " << downloads << " faulted downloads, " << written << " written, "
@@ -207,7 +226,7 @@ class AllocationFailureTest : public ::testing::Test {
 
   // Fault-free downloads give the expected document; returns how many
   // allocations the second one on a handler makes (the first also sets up).
-  std::uint64_t CheckCleanDownload(const Scenario& scenario) {
+  std::uint64_t CheckCleanDownload(const Scenario& scenario, const std::string& key) {
     auto handler = MakeHandler(scenario);
     std::uint64_t counted = 0;
     for (int run = 0; run < 2; ++run) {
@@ -224,6 +243,14 @@ class AllocationFailureTest : public ::testing::Test {
               << AllocationFaults::Counted(AllocationKind::OperatorNew) << " operator new, "
               << AllocationFaults::Counted(AllocationKind::Pugixml) << " pugixml, "
               << AllocationFaults::Counted(AllocationKind::Lua) << " Lua\n";
+    RecordProperty(key + ".allocations", std::to_string(counted));
+    RecordProperty(key + ".allocations_new",
+                   std::to_string(AllocationFaults::Counted(AllocationKind::OperatorNew)));
+    RecordProperty(key + ".allocations_pugixml",
+                   std::to_string(AllocationFaults::Counted(AllocationKind::Pugixml)));
+    RecordProperty(key + ".allocations_lua",
+                   std::to_string(AllocationFaults::Counted(AllocationKind::Lua)));
+    RecordProperty(key + ".document_bytes", std::to_string(scenario.expected.size()));
     Lines().Take();
     return counted;
   }
@@ -381,8 +408,9 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 
 TEST_F(AllocationFailureTest, DemoDownloadWithEachAllocationFailingInTurn) {
   const Scenario scenario = DemoScenario();
-  const std::uint64_t allocations = CheckCleanDownload(scenario);
-  std::cout << "demo download: " << allocations << " allocations\n";
+  const std::uint64_t allocations = CheckCleanDownload(scenario, "demo");
+  RecordProperty("stride", std::to_string(kStride));
+  RecordProperty("follow_up_every", std::to_string(kFollowUpEvery));
   ASSERT_GT(allocations, 100U);
   auto handler = MakeHandler(scenario);
   const auto start = std::chrono::steady_clock::now();
@@ -404,15 +432,14 @@ TEST_F(AllocationFailureTest, DemoDownloadWithEachAllocationFailingInTurn) {
     EXPECT_GT(figures.injected[0], 0U);
     EXPECT_GT(figures.injected[1], 0U);
     EXPECT_GT(figures.injected[2], 0U);
-    RecordProperty(withPrevious ? "faulted_downloads_saved_file" : "faulted_downloads_no_file",
-                   std::to_string(figures.downloads));
+    figures.Record(withPrevious ? "demo_saved_file" : "demo_no_file");
   }
   std::cout << "took " << SecondsSince(start) << " s\n";
 }
 
 TEST_F(AllocationFailureTest, DemoDownloadWithRunsOfConsecutiveFailures) {
   const Scenario scenario = DemoScenario();
-  const std::uint64_t allocations = CheckCleanDownload(scenario);
+  const std::uint64_t allocations = CheckCleanDownload(scenario, "demo");
   auto handler = MakeHandler(scenario);
   const auto start = std::chrono::steady_clock::now();
   // The handler tries its error line four times: up to four failures in a row
@@ -424,6 +451,7 @@ TEST_F(AllocationFailureTest, DemoDownloadWithRunsOfConsecutiveFailures) {
       if (!FaultedDownload(*handler, scenario, n, run, true, true, figures, run <= 4)) break;
     }
     figures.Print("demo, runs of " + std::to_string(run) + " failing allocations");
+    figures.Record("demo_run_" + std::to_string(run));
     EXPECT_EQ(figures.wrong, 0U);
     EXPECT_EQ(figures.followUpsFailed, 0U);
   }
@@ -432,9 +460,8 @@ TEST_F(AllocationFailureTest, DemoDownloadWithRunsOfConsecutiveFailures) {
 
 TEST_F(AllocationFailureTest, GeneratedDownloadWithASampleOfAllocationsFailing) {
   const Scenario scenario = GeneratedScenario();
-  const std::uint64_t allocations = CheckCleanDownload(scenario);
-  std::cout << scenario.name << " download: " << allocations << " allocations, "
-            << scenario.expected.size() << " bytes\n";
+  const std::uint64_t allocations = CheckCleanDownload(scenario, "generated");
+  RecordProperty("generated.shape", scenario.name);
   ASSERT_GT(allocations, 5000U);
   // A fixed seed, so that a failure can be repeated. A download's count varies
   // a little with the Lua collector's timing, so a position near the end may lie
@@ -453,6 +480,8 @@ TEST_F(AllocationFailureTest, GeneratedDownloadWithASampleOfAllocationsFailing) 
   }
   figures.Print(scenario.name + ", " + std::to_string(tried.size()) + " positions of " +
                 std::to_string(allocations));
+  figures.Record("generated");
+  RecordProperty("generated.positions", std::to_string(tried.size()));
   EXPECT_EQ(figures.wrong, 0U);
   EXPECT_EQ(figures.followUpsFailed, 0U);
   EXPECT_GT(figures.injected[2], 0U);

@@ -192,8 +192,13 @@ class HostAllocationFailureTest : public ::testing::Test {
     return outcomes;
   }
 
-  static void Print(const std::string& title, unsigned long positions,
+  static void Print(const std::string& key, const std::string& title, unsigned long positions,
                     const std::map<std::string, unsigned>& outcomes) {
+    RecordProperty(key + ".positions", std::to_string(positions));
+    std::string kinds;
+    for (const auto& [kind, number] : outcomes)
+      kinds += std::to_string(number) + "\t" + kind + "\n";
+    RecordProperty(key + ".outcomes", kinds);
     std::ostringstream text;
     text << title << ": " << positions << " positions\n";
     for (const auto& [kind, number] : outcomes) text << "  " << number << " x " << kind << '\n';
@@ -210,7 +215,9 @@ TEST_F(HostAllocationFailureTest, NoFailedAllocationEndsTheCommandBySignal) {
   // Every one of the first ones (static initialisers, option parsing, logging
   // set-up), then every few to the end of the run.
   auto outcomes = Sweep(kEveryOneUpTo, kStride, 1, positions);
-  Print("host, one allocation failing", positions, outcomes);
+  Print("single", "host, one allocation failing", positions, outcomes);
+  RecordProperty("every_one_up_to", std::to_string(kEveryOneUpTo));
+  RecordProperty("stride", std::to_string(kStride));
   for (const auto& [kind, number] : outcomes) {
     EXPECT_EQ(kind.rfind("WRONG", 0), std::string::npos) << number << " x " << kind;
   }
@@ -221,7 +228,7 @@ TEST_F(HostAllocationFailureTest, NoFailedAllocationEndsTheCommandBySignal) {
 TEST_F(HostAllocationFailureTest, RunsOfFailedAllocationsEndTheCommandWithItsLine) {
   unsigned long positions = 0;
   auto outcomes = Sweep(0, 3 * kStride, 16, positions);
-  Print("host, runs of 16 allocations failing", positions, outcomes);
+  Print("runs_of_16", "host, runs of 16 allocations failing", positions, outcomes);
   for (const auto& [kind, number] : outcomes) {
     EXPECT_EQ(kind.rfind("WRONG", 0), std::string::npos) << number << " x " << kind;
   }
@@ -232,7 +239,7 @@ TEST_F(HostAllocationFailureTest, MemoryThatNeverComesBackEndsWithTheLine) {
   // From some point on every allocation fails, teardown included.
   unsigned long positions = 0;
   auto outcomes = Sweep(0, 5 * kStride, 1000000000UL, positions);
-  Print("host, every allocation failing from a position on", positions, outcomes);
+  Print("for_good", "host, every allocation failing from a position on", positions, outcomes);
   for (const auto& [kind, number] : outcomes) {
     EXPECT_EQ(kind.rfind("WRONG", 0), std::string::npos) << number << " x " << kind;
   }
