@@ -28,14 +28,15 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DLKDH_BUILD_TESTS=ON -DLKDH_B
 cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
   plugin_bad_scripts_test lkdh_memory_growth reliability_allocation_failure_test \
-  reliability_host_allocation_failure_test lkdh_fail_allocation_shim || exit 1
+  reliability_host_allocation_failure_test lkdh_fail_allocation_shim \
+  reliability_address_space_limit_test || exit 1
 cmake --install "$build" --prefix "$build/test-install" >/dev/null || exit 1
 rm -rf "$out"
 mkdir -p "$out"
 
 for t in reliability_crash_consistency_test reliability_fs_faults_test \
   reliability_memory_growth_test plugin_bad_scripts_test reliability_allocation_failure_test \
-  reliability_host_allocation_failure_test; do
+  reliability_host_allocation_failure_test reliability_address_space_limit_test; do
   echo "== $t"
   (cd "$build/tests" && "./$t" --gtest_output="json:$out/$t.json") >"$out/$t.log" 2>&1 || status=1
   tail -n 3 "$out/$t.log"

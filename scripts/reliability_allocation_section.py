@@ -156,10 +156,21 @@ def section(out):
     if host.get("NoFailedAllocationEndsTheCommandBySignal"):
         case = host["NoFailedAllocationEndsTheCommandBySignal"][1]
         w("")
-        w(f"N runs over every one of the first {_number(case, 'every_one_up_to'):,} allocations, "
+        w(f"N goes over every one of the first {_number(case, 'every_one_up_to'):,} allocations, "
           f"then every {_number(case, 'stride')}th to the end of the run; the other two sweeps "
           "step further.")
     w("")
+    limit = _tests(load("reliability_address_space_limit_test.json"))
+    test = limit.get("TheSavedFileIsTheOldOrTheWholeNewDocument")
+    if test:
+        result, case = test
+        w("`tests/reliability/address_space_limit_test.cpp` runs the command under address-space")
+        w("limits (RLIMIT_AS) from 64 to 1,024 MiB with a script whose URNs make a document of "
+          f"{_number(case, 'document_bytes'):,} bytes: {_number(case, 'written')} limits wrote "
+          f"the whole document, {_number(case, 'failed')} failed the download cleanly, "
+          f"{_number(case, 'out_of_memory')} ended with status 71; the saved file was always the "
+          f"previous one or the whole new document ({_verdict(result == 'passed')}).")
+        w("")
     return lines
 
 

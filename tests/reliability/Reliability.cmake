@@ -61,6 +61,7 @@ target_compile_definitions(reliability_host_allocation_failure_test PRIVATE
   LKDH_FAIL_ALLOCATION_SHIM="$<TARGET_FILE:lkdh_fail_allocation_shim>")
 if(LKDH_SANITIZE)
   target_compile_definitions(reliability_host_allocation_failure_test PRIVATE LKDH_UNDER_SANITIZER)
+  target_compile_definitions(reliability_address_space_limit_test PRIVATE LKDH_UNDER_SANITIZER)
 endif()
 if(CMAKE_CROSSCOMPILING)
   target_compile_definitions(reliability_host_allocation_failure_test PRIVATE LKDH_HOST_SWEEP_STRIDE=40)
