@@ -58,15 +58,25 @@ DocumentTooLarge::DocumentTooLarge(std::size_t limit)
     : std::runtime_error("etsproject exceeds the document size limit of " + std::to_string(limit) +
                          " bytes.") {}
 
+// pugixml appends the node first and names it after: when it has no memory for
+// the name, the node stays, nameless (it would be written "<:anonymous>").
+bool Unnamed(const char* given, const char* stored) { return *given != '\0' && *stored == '\0'; }
+
 pugi::xml_node AppendElement(pugi::xml_node& parent, const char* name) {
   pugi::xml_node element = parent.append_child(name);
-  if (!element && CanHoldElements(parent)) ThrowNotAdded("element", name);
+  if (!element) {
+    if (CanHoldElements(parent)) ThrowNotAdded("element", name);
+  } else if (Unnamed(name, element.name())) {
+    ThrowNotAdded("element", name);
+  }
   return element;
 }
 
 pugi::xml_node AppendDeclaration(pugi::xml_node& document) {
   pugi::xml_node declaration = document.append_child(pugi::node_declaration);
-  if (!declaration && document.type() == pugi::node_document) {
+  if (!declaration) {
+    if (document.type() == pugi::node_document) ThrowNotAdded("declaration", "xml");
+  } else if (Unnamed("xml", declaration.name())) {
     ThrowNotAdded("declaration", "xml");
   }
   return declaration;
@@ -74,7 +84,11 @@ pugi::xml_node AppendDeclaration(pugi::xml_node& document) {
 
 pugi::xml_attribute AppendAttribute(pugi::xml_node& node, const char* name) {
   pugi::xml_attribute attribute = node.append_attribute(name);
-  if (!attribute && CanHoldAttributes(node)) ThrowNotAdded("attribute", name);
+  if (!attribute) {
+    if (CanHoldAttributes(node)) ThrowNotAdded("attribute", name);
+  } else if (Unnamed(name, attribute.name())) {
+    ThrowNotAdded("attribute", name);
+  }
   return attribute;
 }
 

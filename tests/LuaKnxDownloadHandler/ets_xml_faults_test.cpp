@@ -101,6 +101,34 @@ TEST_F(BuilderFaultTest, EachPugixmlAllocationFailingGivesTheWholeDocumentOrAnEx
   EXPECT_EQ(NewBuilder()->Create(), expected);
 }
 
+// Many small nodes: pugixml's pages fill up at every kind of addition, a
+// node, an attribute, or the text of a name or a value.
+TEST_F(BuilderFaultTest, EachPageOfAManyParameterDocumentFailingGivesAnException) {
+  UseFoldersWithLongUrns(10);
+  const PropertyInfo values = download.UInt8s(1, 100, {1, 2, 3, 4, 5, 6});
+  std::vector<LuaParameter> parameters;
+  for (int p = 0; p < 1500; ++p) {
+    parameters.push_back(Param(fmt::format("K{}", p), p % 2 == 0 ? "Bool" : "UInt8", values));
+  }
+  lux.parameters[1] = parameters;
+  lux.parameters[2] = parameters;
+  const auto expected = NewBuilder()->Create();
+  ASSERT_TRUE(expected);
+  const std::uint64_t allocations = PugixmlHeap::calls;
+  ASSERT_GE(allocations, 20U);
+  for (std::uint64_t n = 1; n <= allocations; ++n) {
+    PugixmlHeap::Reset(n, 1);
+    try {
+      const auto text = NewBuilder()->Create();
+      ADD_FAILURE() << "allocation " << n << " failed and a document came out, "
+                    << (text == expected ? "the same" : "a different one");
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()).rfind("not enough memory to add the ", 0), 0U)
+          << error.what();
+    }
+  }
+}
+
 TEST_F(BuilderFaultTest, DeclarationPugixmlCannotStoreFailsTheDocument) {
   UseLimits();
   PugixmlHeap::Reset(1, 1);

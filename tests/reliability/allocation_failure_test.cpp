@@ -306,8 +306,14 @@ class AllocationFailureTest : public ::testing::Test {
     } else if (entries != expectedEntries) {
       problem = "the directory holds " + std::to_string(entries.size()) + " entries";
     } else if (result) {
-      if (ReadWholeFile(m_file) != scenario.expected) {
-        problem = "true with a wrong document";
+      const std::string saved = ReadWholeFile(m_file);
+      if (saved != scenario.expected) {
+        const auto differ = std::mismatch(saved.begin(), saved.end(), scenario.expected.begin(),
+                                          scenario.expected.end());
+        const auto at = static_cast<std::size_t>(differ.first - saved.begin());
+        const std::size_t from = at < 200 ? 0 : at - 200;
+        problem = "true with a wrong document, from byte " + std::to_string(at) + ":\n" +
+                  saved.substr(from, 400) + "\ninstead of\n" + scenario.expected.substr(from, 400);
       } else if (m_callbacks != 1) {
         problem = "true with " + std::to_string(m_callbacks) + " callbacks";
       } else {
