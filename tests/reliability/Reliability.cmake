@@ -64,5 +64,7 @@ if(LKDH_SANITIZE)
   target_compile_definitions(reliability_address_space_limit_test PRIVATE LKDH_UNDER_SANITIZER)
 endif()
 if(CMAKE_CROSSCOMPILING)
-  target_compile_definitions(reliability_host_allocation_failure_test PRIVATE LKDH_HOST_SWEEP_STRIDE=40)
+  # Each run of the host under qemu takes the better part of a second.
+  target_compile_definitions(reliability_host_allocation_failure_test PRIVATE
+    LKDH_HOST_SWEEP_STRIDE=60 LKDH_HOST_SWEEP_EVERY_ONE_UP_TO=50)
 endif()

@@ -43,7 +43,11 @@ constexpr unsigned long kStride = LKDH_HOST_SWEEP_STRIDE;
 #else
 constexpr unsigned long kStride = 7;
 #endif
+#if defined(LKDH_HOST_SWEEP_EVERY_ONE_UP_TO)
+constexpr unsigned long kEveryOneUpTo = LKDH_HOST_SWEEP_EVERY_ONE_UP_TO;
+#else
 constexpr unsigned long kEveryOneUpTo = 400;
+#endif
 
 struct HostRun {
   int exitCode = -1;     // 128 + signal when killed
