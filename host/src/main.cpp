@@ -283,8 +283,7 @@ int Run(int argc, char** argv) {
       "Prints \"reset-user-data\" when the plug-in resets the user data and \"result: true|false\" "
       "after each call.\nExit status: 0 all calls ran, 2 usage error or bad dump, 3 plug-in not "
       "loadable, 4 handler not loaded, 71 out of memory, 1 unexpected failure.\nRun "
-      "\"knx-download-host "
-      "check-script --help\" for the script check.");
+      "\"knx-download-host check-script --help\" for the script check.");
 
   CLI::App* checkScript = app.add_subcommand(
       "check-script",
