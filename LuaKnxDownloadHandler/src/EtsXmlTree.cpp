@@ -15,6 +15,10 @@ bool CanHoldAttributes(const pugi::xml_node& node) {
   return node.type() == pugi::node_element || node.type() == pugi::node_declaration;
 }
 
+// pugixml appends the node first and names it after: when it has no memory for
+// the name, the node stays, nameless (it would be written "<:anonymous>").
+bool Unnamed(const char* given, const char* stored) { return *given != '\0' && *stored == '\0'; }
+
 [[noreturn]] void ThrowNotAdded(const char* what, const char* name) {
   throw std::runtime_error(std::string("not enough memory to add the ") + what + " \"" + name +
                            "\" to the etsproject document");
@@ -57,10 +61,6 @@ class LimitedStreamWriter final : public pugi::xml_writer {
 DocumentTooLarge::DocumentTooLarge(std::size_t limit)
     : std::runtime_error("etsproject exceeds the document size limit of " + std::to_string(limit) +
                          " bytes.") {}
-
-// pugixml appends the node first and names it after: when it has no memory for
-// the name, the node stays, nameless (it would be written "<:anonymous>").
-bool Unnamed(const char* given, const char* stored) { return *given != '\0' && *stored == '\0'; }
 
 pugi::xml_node AppendElement(pugi::xml_node& parent, const char* name) {
   pugi::xml_node element = parent.append_child(name);
