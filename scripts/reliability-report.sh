@@ -3,8 +3,9 @@
 # faults, and writes docs/reliability.md from the measurements:
 #   - scripts/fuzz.sh FUZZ_SECONDS (libFuzzer, clang, build-fuzz)
 #   - in a Release build (build-relrel): the kill -9 trials, the file-system
-#     fault test, the bad-scripts test, heap growth over 1,000 downloads and the
-#     demo download under valgrind's memcheck.
+#     fault test, the bad-scripts test, the allocation-failure tests (plug-in
+#     and host), heap growth over 1,000 downloads and the demo download under
+#     valgrind's memcheck.
 #
 # Usage: scripts/reliability-report.sh [FUZZ_SECONDS]   (default 60 per fuzz target)
 # Exit status: 0 when every part passed, 1 otherwise (the report is written anyway).
@@ -26,15 +27,17 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DLKDH_BUILD_TESTS=ON -DLKDH_B
   -DLKDH_BUILD_BENCHMARKS=ON -DLKDH_SANITIZE=OFF >/dev/null || exit 1
 cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
-  reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth ||
-  exit 1
+  reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth \
+  reliability_allocation_failure_test reliability_host_allocation_failure_test \
+  lkdh_fail_allocation_shim reliability_address_space_limit_test || exit 1
 cmake --install "$build" --prefix "$build/test-install" >/dev/null || exit 1
 rm -rf "$out"
 mkdir -p "$out"
 
 for t in reliability_crash_consistency_test reliability_fs_faults_test \
   reliability_fs_real_faults_test platform_file_test reliability_memory_growth_test \
-  plugin_bad_scripts_test; do
+  plugin_bad_scripts_test reliability_allocation_failure_test \
+  reliability_host_allocation_failure_test reliability_address_space_limit_test; do
   echo "== $t"
   (cd "$build/tests" && "./$t" --gtest_output="json:$out/$t.json") >"$out/$t.log" 2>&1 || status=1
   tail -n 3 "$out/$t.log"
@@ -277,6 +280,11 @@ w(f"| {len(scripts)} | {sum(1 for x in scripts if x[1] == 'passed')} | {len(othe
 w("")
 w("Scripts tried: " + ", ".join(f"`{x[0].split('/')[-1]}`" for x in scripts) + ".")
 w("")
+
+# ---- allocation failures (scripts/reliability_allocation_section.py)
+sys.path.insert(0, os.path.join(repo, "scripts"))
+import reliability_allocation_section
+lines.extend(reliability_allocation_section.section(out))
 
 # ---- memory
 growth = load("memory-growth.json") or []

@@ -1,5 +1,7 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 
+#include "HandlerLimits.h"
+
 #include <log4cplus/loggingmacros.h>
 
 namespace Korvex::luaknxdownloadhandler {
@@ -11,7 +13,8 @@ EtsXml::EtsXml(const InterfaceObjectMap& interfaceObjects, const KnxStack::Binar
       m_luxHelper(luxHelper),
       m_memory(memory),
       m_logger(logger),
-      m_coDescriptors(coDescriptors) {
+      m_coDescriptors(coDescriptors),
+      m_maxDocumentBytes(kDefaultMaxDocumentBytes) {
   // The count covers every descriptor, whatever its flag; the wording is historic.
   if (m_logger != nullptr && m_logger->isEnabledFor(log4cplus::DEBUG_LOG_LEVEL)) {
     LOG4CPLUS_DEBUG(*m_logger,

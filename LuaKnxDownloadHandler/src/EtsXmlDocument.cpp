@@ -1,7 +1,9 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
 
+#include "EtsXmlTree.h"
 #include "EtsXmlValueTypes.h"
+#include "Formats.h"
 
 #include <log4cplus/loggingmacros.h>
 
@@ -15,9 +17,10 @@ namespace {
 // Writes one boolean device setting as "True"/"False"; unreadable counts as false.
 bool AddBoolSetting(pugi::xml_node& parameters, const char* name,
                     std::map<std::string, PropertyInfo>& propertyIds,
-                    const InterfaceObjectMap& interfaceObjects) {
+                    const InterfaceObjectMap& interfaceObjects, detail::DocumentBytes& size) {
   const bool value = GetBoolWithId(propertyIds[name], interfaceObjects).value_or(false);
   const char* text = detail::BoolText(value);
+  size.Parameter(name, std::char_traits<char>::length(text));
   AddParameter<const char*>(parameters, name, text);
   return value;
 }
@@ -52,47 +55,62 @@ boost::optional<std::string> EtsXml::Create() {
   }
   // A URL limit of 0 is accepted: URL parameters then read as empty texts.
 
+  m_documentBytes = 0;
+  detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
   std::ostringstream stream;
   {
     pugi::xml_document document;
-    pugi::xml_node declaration = document.append_child(pugi::node_declaration);
-    declaration.append_attribute("version") = "1.0";
-    declaration.append_attribute("encoding") = "utf-8";
+    size.Element("xml");
+    pugi::xml_node declaration = detail::AppendDeclaration(document);
+    size.Attribute("version", "1.0");
+    detail::AppendAttribute(declaration, "version", "1.0");
+    size.Attribute("encoding", "utf-8");
+    detail::AppendAttribute(declaration, "encoding", "utf-8");
 
     std::string version = "1.0";
     std::string deviceName = "Korvex T5";
     CreateXmlRoot(document, version, deviceName);
 
-    document.save(stream, "  ", pugi::format_indent, pugi::encoding_utf8);
+    // Bounded by the same limit: the count above is only a lower bound.
+    detail::SaveDocument(document, stream, m_maxDocumentBytes);
   }  // the tree is freed here, before the text is copied out of the stream
   return stream.str();
 }
 
 void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::string& deviceName) {
-  pugi::xml_node root = parent.append_child("etsproject");
-  root.append_attribute("version") = version.c_str();
-  pugi::xml_node device = root.append_child("device");
-  device.append_attribute("name") = deviceName.c_str();
-  pugi::xml_node parameters = device.append_child("parameters");
+  detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
+  size.Element("etsproject");
+  pugi::xml_node root = detail::AppendElement(parent, "etsproject");
+  size.Attribute("version", version);
+  detail::AppendAttribute(root, "version", version.c_str());
+  size.Element("device");
+  pugi::xml_node device = detail::AppendElement(root, "device");
+  size.Attribute("name", deviceName);
+  detail::AppendAttribute(device, "name", deviceName.c_str());
+  size.Element("parameters");
+  pugi::xml_node parameters = detail::AppendElement(device, "parameters");
 
-  AddBoolSetting(parameters, "ShowRootFolder", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "ShowOutdoorTemp", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "ShowIndoorTemp", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "ShowDateTime", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "UseTVK", m_propertyIds, m_interfaceObjects);
+  AddBoolSetting(parameters, "ShowRootFolder", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "ShowOutdoorTemp", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "ShowIndoorTemp", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "ShowDateTime", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "UseTVK", m_propertyIds, m_interfaceObjects, size);
 
   const unsigned char dcsType =
       GetUInt8WithId(m_propertyIds["DcsType"], m_interfaceObjects).value_or(0);
+  size.Parameter("DcsType", 1);
   AddParameter<unsigned char>(parameters, "DcsType", dcsType);
 
   std::uint32_t effectiveDcsType = dcsType;
-  if (AddBoolSetting(parameters, "UseDcsFloorcall", m_propertyIds, m_interfaceObjects)) {
-    const std::string name =
-        GetStringWithIdFromMemory(m_propertyIds["DcsFloorCallNameOffset"], m_maxNameCharCount,
-                                  m_interfaceObjects, &m_memory, s_floorCallButtonFormat.str());
+  if (AddBoolSetting(parameters, "UseDcsFloorcall", m_propertyIds, m_interfaceObjects, size)) {
+    const std::string name = GetStringWithIdFromMemory(
+        m_propertyIds["DcsFloorCallNameOffset"], m_maxNameCharCount, m_interfaceObjects, &m_memory,
+        detail::FormatShared(s_floorCallButtonFormat));
+    size.Parameter("DcsFloorCallName", name.size());
     AddParameter<std::string>(parameters, "DcsFloorCallName", name);
     const unsigned char melody =
         GetUInt8WithId(m_propertyIds["DcsFloorCallMelody"], m_interfaceObjects).value_or(0);
+    size.Parameter("DcsFloorCallMelody", 1);
     AddParameter<unsigned char>(parameters, "DcsFloorCallMelody", melody);
     // A floor call needs a door-communication type: the script gets 10 for an
     // unset one, while the document keeps the value as downloaded.
@@ -102,17 +120,21 @@ void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::st
   }
   m_luxHelper->HandleDcsType(effectiveDcsType);
 
-  AddBoolSetting(parameters, "UseWeather", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "UseTimers", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "UseHeatingTimers", m_propertyIds, m_interfaceObjects);
-  AddBoolSetting(parameters, "ResetUserData", m_propertyIds, m_interfaceObjects);
+  AddBoolSetting(parameters, "UseWeather", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "UseTimers", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "UseHeatingTimers", m_propertyIds, m_interfaceObjects, size);
+  AddBoolSetting(parameters, "ResetUserData", m_propertyIds, m_interfaceObjects, size);
 
   CreateFolders(root);
 
-  pugi::xml_node enabledCos = root.append_child("enabledCOs");
+  size.Element("enabledCOs");
+  pugi::xml_node enabledCos = detail::AppendElement(root, "enabledCOs");
   for (const auto& [number, descriptor] : m_coDescriptors) {
     if (descriptor.communicationEnabled) {
-      enabledCos.append_child("co").append_attribute("nr") = static_cast<int>(number);
+      size.Element("co");
+      pugi::xml_node co = detail::AppendElement(enabledCos, "co");
+      size.Attribute("nr", "0");
+      detail::AppendAttribute(co, "nr", static_cast<int>(number));
     }
   }
 }

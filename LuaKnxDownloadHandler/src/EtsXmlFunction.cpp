@@ -1,7 +1,11 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
 
+#include "EtsXmlTree.h"
 #include "EtsXmlValueTypes.h"
+#include "Formats.h"
+
+#include <string>
 
 namespace Korvex::luaknxdownloadhandler {
 
@@ -13,7 +17,9 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
   }
   const std::uint32_t typeId = channelType;
 
-  pugi::xml_node element = parent.append_child("element");
+  detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
+  size.Element("element");
+  pugi::xml_node element = detail::AppendElement(parent, "element");
 
   std::string functionUrn;
   std::string channelTypeUrn;
@@ -36,23 +42,31 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
 
   // The default name counts from 0 while functionId counts from 1; both are
   // what the device expects.
-  std::string defaultName = (s_functionFormat % index).str();
+  std::string defaultName = detail::FormatShared(s_functionFormat, index);
   const std::string name = GetStringFromArrayWithIdFromMemory(
       m_propertyIds["FunctionNameOffset"], m_maxNameCharCount, index, m_interfaceObjects, &m_memory,
       std::move(defaultName));
+  // The script's texts may be of any length: counted before they are copied.
+  size.Attribute("name", name);
+  size.Attribute("type", "function");
+  size.Attribute("functionId", "1");
+  size.Attribute("functionUrn", functionUrn);
+  size.Attribute("channelTypeUrn", channelTypeUrn);
+  if (!luaTemplateIndex.empty()) size.Attribute("luaTemplateIndex", luaTemplateIndex);
   AddFunctionParameter(element, name, "function", index + 1, functionUrn, channelTypeUrn,
                        luaTemplateIndex);
 
-  pugi::xml_node parameters = element.append_child("parameters");
+  size.Element("parameters");
+  pugi::xml_node parameters = detail::AppendElement(element, "parameters");
   const detail::ValueSource source = detail::ValueSource::ArrayElement(
       m_interfaceObjects, m_memory, {m_maxNameCharCount, m_maxTextCharCount, m_maxUrlCharCount},
       index);
   const detail::NameDefault nameDefault = [index](const LuaParameter& parameter) {
-    return (s_nameNumberFormat % parameter.key % index).str();
+    return detail::FormatShared(s_nameNumberFormat, parameter.key, index);
   };
   for (const LuaParameter& parameter : m_luxHelper->GetParametersFromChannelTypeId(typeId)) {
     if (detail::IsParameterShown(parameter, source, *m_luxHelper)) {
-      detail::WriteParameter(parameters, parameter, source, nameDefault);
+      detail::WriteParameter(parameters, parameter, source, nameDefault, size);
     }
   }
 }

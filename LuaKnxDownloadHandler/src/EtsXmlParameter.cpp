@@ -1,5 +1,7 @@
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
 
+#include "EtsXmlTree.h"
+
 namespace Korvex::luaknxdownloadhandler {
 
 namespace {
@@ -7,17 +9,25 @@ namespace {
 // A null text is written as an empty one rather than handed to pugixml.
 const char* TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
+// Everything but the value's text, which each member sets by its type. Like
+// pugixml, an empty parent takes nothing; unlike it, a lack of memory throws.
 pugi::xml_attribute AppendParameter(pugi::xml_node& parent, const char* key) {
-  pugi::xml_node parameter = parent.append_child("parameter");
-  parameter.append_attribute("key") = TextOrEmpty(key);
-  return parameter.append_attribute("value");
+  pugi::xml_node parameter = detail::AppendElement(parent, "parameter");
+  detail::AppendAttribute(parameter, "key", TextOrEmpty(key));
+  return detail::AppendAttribute(parameter, "value");
+}
+
+template <typename Value>
+void SetValue(pugi::xml_node& parent, const char* key, Value value) {
+  pugi::xml_attribute attribute = AppendParameter(parent, key);
+  detail::SetAttributeValue(attribute, value);
 }
 
 }  // namespace
 
 template <>
 void AddParameter<const char*>(pugi::xml_node& parent, const char* key, const char* const& value) {
-  AppendParameter(parent, key) = TextOrEmpty(value);
+  SetValue(parent, key, TextOrEmpty(value));
 }
 
 template <>
@@ -31,46 +41,46 @@ void AddParameter<std::string>(pugi::xml_node& parent, const char* key, const st
 template <>
 void AddParameter<unsigned char>(pugi::xml_node& parent, const char* key,
                                  const unsigned char& value) {
-  AppendParameter(parent, key) = static_cast<int>(value);
+  SetValue(parent, key, static_cast<int>(value));
 }
 
 template <>
 void AddParameter<signed char>(pugi::xml_node& parent, const char* key, const signed char& value) {
-  AppendParameter(parent, key) = static_cast<int>(value);
+  SetValue(parent, key, static_cast<int>(value));
 }
 
 template <>
 void AddParameter<unsigned short>(pugi::xml_node& parent, const char* key,
                                   const unsigned short& value) {
-  AppendParameter(parent, key) = static_cast<int>(value);
+  SetValue(parent, key, static_cast<int>(value));
 }
 
 template <>
 void AddParameter<short>(pugi::xml_node& parent, const char* key, const short& value) {
-  AppendParameter(parent, key) = static_cast<int>(value);
+  SetValue(parent, key, static_cast<int>(value));
 }
 
 template <>
 void AddParameter<int>(pugi::xml_node& parent, const char* key, const int& value) {
-  AppendParameter(parent, key) = value;
+  SetValue(parent, key, value);
 }
 
 template <>
 void AddParameter<unsigned int>(pugi::xml_node& parent, const char* key,
                                 const unsigned int& value) {
-  AppendParameter(parent, key) = value;
+  SetValue(parent, key, value);
 }
 
 void AddFunctionParameter(pugi::xml_node& element, const std::string& name, const std::string& type,
                           unsigned int functionId, const std::string& functionUrn,
                           const std::string& channelTypeUrn, const std::string& luaTemplateIndex) {
-  element.append_attribute("name") = name.c_str();
-  element.append_attribute("type") = type.c_str();
-  element.append_attribute("functionId") = functionId;
-  element.append_attribute("functionUrn") = functionUrn.c_str();
-  element.append_attribute("channelTypeUrn") = channelTypeUrn.c_str();
+  detail::AppendAttribute(element, "name", name.c_str());
+  detail::AppendAttribute(element, "type", type.c_str());
+  detail::AppendAttribute(element, "functionId", functionId);
+  detail::AppendAttribute(element, "functionUrn", functionUrn.c_str());
+  detail::AppendAttribute(element, "channelTypeUrn", channelTypeUrn.c_str());
   if (!luaTemplateIndex.empty()) {
-    element.append_attribute("luaTemplateIndex") = luaTemplateIndex.c_str();
+    detail::AppendAttribute(element, "luaTemplateIndex", luaTemplateIndex.c_str());
   }
 }
 

@@ -1,6 +1,8 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 
+#include "EtsXmlTree.h"
 #include "EtsXmlValueTypes.h"
+#include "Formats.h"
 
 namespace Korvex::luaknxdownloadhandler {
 
@@ -19,26 +21,32 @@ void EtsXml::CreateStaticData(const LuxStaticData& data, pugi::xml_node& parent)
     return;
   }
 
-  pugi::xml_node element = parent.append_child("element");
-  element.append_attribute("name") = data.name.c_str();
-  element.append_attribute("type") = data.type.c_str();
+  detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
+  size.Element("element");
+  pugi::xml_node element = detail::AppendElement(parent, "element");
+  size.Attribute("name", data.name);
+  detail::AppendAttribute(element, "name", data.name.c_str());
+  size.Attribute("type", data.type);
+  detail::AppendAttribute(element, "type", data.type.c_str());
 
-  pugi::xml_node parameters = element.append_child("parameters");
+  size.Element("parameters");
+  pugi::xml_node parameters = detail::AppendElement(element, "parameters");
   const detail::ValueSource source = detail::ValueSource::WholeProperty(
       m_interfaceObjects, m_memory, {m_maxNameCharCount, m_maxTextCharCount, m_maxUrlCharCount});
   // A name that cannot be read shows the wrong property id right in the document,
   // where whoever writes the script will see it.
   const detail::NameDefault nameDefault = [](const LuaParameter& parameter) {
-    return (s_wrongPropertyIdFormat % parameter.property.PropertyId).str();
+    return detail::FormatShared(s_wrongPropertyIdFormat, parameter.property.PropertyId);
   };
   for (const LuaParameter& parameter : data.parameters) {
     if (detail::IsParameterShown(parameter, source, *m_luxHelper)) {
-      detail::WriteParameter(parameters, parameter, source, nameDefault);
+      detail::WriteParameter(parameters, parameter, source, nameDefault, size);
     }
   }
 
   if (!data.subData.empty()) {
-    pugi::xml_node subElements = element.append_child("elements");
+    size.Element("elements");
+    pugi::xml_node subElements = detail::AppendElement(element, "elements");
     for (const LuxStaticData& subData : data.subData) {
       CreateStaticData(subData, subElements);
     }

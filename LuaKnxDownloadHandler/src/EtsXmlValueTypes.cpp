@@ -1,5 +1,7 @@
 #include "EtsXmlValueTypes.h"
 
+#include "EtsXmlTree.h"
+
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
 
 #include <fmt/format.h>
@@ -82,49 +84,60 @@ std::string FixedPointText(float value, std::int32_t digits) {
 }
 
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
-                    const ValueSource& source, const NameDefault& nameDefault) {
+                    const ValueSource& source, const NameDefault& nameDefault,
+                    DocumentBytes& size) {
   const char* key = parameter.key.c_str();
   const std::string_view type = parameter.type;
   const PropertyInfo property = parameter.property;
   const TextLimits& limits = source.Limits();
+  // A number is at least one character; a text is counted whole.
+  const auto writeText = [&parameters, key, &parameter, &size](const std::string& text) {
+    size.Parameter(parameter.key, text.size());
+    AddParameter<std::string>(parameters, key, text);
+  };
+  const auto countNumber = [&parameter, &size] { size.Parameter(parameter.key, 1); };
 
   if (type == "Bool"sv) {
     const char* text = BoolText(source.Bool(property).value_or(false));
+    size.Parameter(parameter.key, std::char_traits<char>::length(text));
     AddParameter<const char*>(parameters, key, text);
   } else if (type == "Int8"sv) {
     // signed char, not char: char is unsigned on the ARM target.
     const auto value = static_cast<signed char>(source.UInt8(property).value_or(0));
+    countNumber();
     AddParameter<signed char>(parameters, key, value);
   } else if (type == "Int16"sv) {
     const auto value = static_cast<short>(source.UInt16(property).value_or(0));
+    countNumber();
     AddParameter<short>(parameters, key, value);
   } else if (type == "Int32"sv) {
     const auto value = static_cast<int>(source.UInt32(property).value_or(0U));
+    countNumber();
     AddParameter<int>(parameters, key, value);
   } else if (type == "UInt8"sv) {
     const unsigned char value = source.UInt8(property).value_or(0);
+    countNumber();
     AddParameter<unsigned char>(parameters, key, value);
   } else if (type == "UInt16"sv) {
     const unsigned short value = source.UInt16(property).value_or(0);
+    countNumber();
     AddParameter<unsigned short>(parameters, key, value);
   } else if (type == "UInt32"sv) {
     const unsigned int value = source.UInt32(property).value_or(0U);
+    countNumber();
     AddParameter<unsigned int>(parameters, key, value);
   } else if (type == "Float16"sv) {
-    AddParameter<std::string>(
-        parameters, key, FixedPointText(source.Float16(property).value_or(0.0F), parameter.digits));
+    writeText(FixedPointText(source.Float16(property).value_or(0.0F), parameter.digits));
   } else if (type == "Float32"sv) {
-    AddParameter<std::string>(
-        parameters, key, FixedPointText(source.Float32(property).value_or(0.0F), parameter.digits));
+    writeText(FixedPointText(source.Float32(property).value_or(0.0F), parameter.digits));
   } else if (type == "Text"sv) {
-    AddParameter<std::string>(parameters, key, source.MemoryString(property, limits.text, {}));
+    writeText(source.MemoryString(property, limits.text, {}));
   } else if (type == "Name"sv) {
-    AddParameter<std::string>(parameters, key,
-                              source.MemoryString(property, limits.name, nameDefault(parameter)));
+    writeText(source.MemoryString(property, limits.name, nameDefault(parameter)));
   } else if (type == "Url"sv) {
-    AddParameter<std::string>(parameters, key, source.MemoryString(property, limits.url, {}));
+    writeText(source.MemoryString(property, limits.url, {}));
   } else if (type == "GENERIC_20"sv) {
-    AddParameter<std::string>(parameters, key, source.PropertyString(property, {}));
+    writeText(source.PropertyString(property, {}));
   }
   // Any other type name is not ours to write: no element, no message.
 }

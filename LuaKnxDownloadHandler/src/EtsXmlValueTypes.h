@@ -69,10 +69,12 @@ std::string FixedPointText(float value, std::int32_t digits);
 /// The default of a "Name" parameter whose text cannot be read; differs per caller.
 using NameDefault = std::function<std::string(const LuaParameter&)>;
 
-/// Appends the parameter's "parameter" element by its value type; an unknown
-/// type appends nothing.
+class DocumentBytes;
+
+/// Appends the parameter's "parameter" element by its value type, counted in
+/// size first; an unknown type appends nothing.
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
-                    const ValueSource& source, const NameDefault& nameDefault);
+                    const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size);
 
 /// The arguments of a ShowIf function: one per entry whose type has a kind,
 /// keyed by the running count so that a skipped entry leaves no gap.

@@ -1,5 +1,7 @@
 // The five shared formatter objects. Defined together in this one translation
 // unit so that a single static initialiser builds them, in this order, at load.
+#include "Formats.h"
+
 #include <LuaKnxDownloadHandler/PropertyAccess.h>
 
 namespace Korvex::luaknxdownloadhandler {
@@ -10,5 +12,16 @@ boost::format s_nameNumberFormat("%s %d");
 boost::format s_wrongPropertyIdFormat(
     "ERROR: maybe wrong property id (%d), no User should see this!");
 boost::format s_floorCallButtonFormat("Floor call button");
+
+namespace detail {
+
+namespace {
+// Constant-initialised, so it exists before any static initialiser could use it.
+std::mutex g_sharedFormatMutex;
+}  // namespace
+
+std::mutex& SharedFormatMutex() noexcept { return g_sharedFormatMutex; }
+
+}  // namespace detail
 
 }  // namespace Korvex::luaknxdownloadhandler

@@ -1,5 +1,7 @@
 #include <LuaKnxDownloadHandler/PropertyAccess.h>
 
+#include "Formats.h"
+
 #include <boost/algorithm/string/trim.hpp>
 
 #include <utility>
@@ -40,7 +42,7 @@ template boost::optional<std::string> GetValueFromArrayWithId<std::string>(
     std::function<std::string(KnxStack::BinaryData&, unsigned int)>);
 
 std::string WrongPropertyIdText(std::uint32_t propertyId) {
-  return (s_wrongPropertyIdFormat % propertyId).str();
+  return detail::FormatShared(s_wrongPropertyIdFormat, propertyId);
 }
 
 namespace {

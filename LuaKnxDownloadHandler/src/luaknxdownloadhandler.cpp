@@ -3,6 +3,8 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 #include <LuaKnxDownloadHandler/FileHash.h>
 
+#include "HandlerLimits.h"
+
 #include <Helper/File.h>
 
 #include <log4cplus/loggingmacros.h>
@@ -18,7 +20,34 @@ namespace Korvex {
 
 log4cplus::Logger s_logger = log4cplus::Logger::getInstance("KnxDownloadHandler");
 
+namespace {
+
+// Logs a caught exception at ERROR without throwing: a download that failed for
+// lack of memory may lack the memory to say so too. The line is made whole
+// before it is logged, so that it is never cut short; when that fails, it is
+// tried again (memory may have come free meanwhile), and last the fixed part alone.
+void LogCaught(const char* head, const char* what) noexcept {
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    try {
+      std::string line(head);
+      line += what;
+      LOG4CPLUS_ERROR_STR(s_logger, line);
+      return;
+    } catch (...) {
+    }
+  }
+  try {
+    LOG4CPLUS_ERROR_STR(s_logger, head);
+  } catch (...) {
+    // Nothing more can be said; the result false still tells the host.
+  }
+}
+
+}  // namespace
+
 LuaKnxDownloadHandler::LuaKnxDownloadHandler(const std::string& configuration) {
+  const luaknxdownloadhandler::HandlerLimits limits = luaknxdownloadhandler::ReadHandlerLimits();
+  m_maxDocumentBytes = limits.maxDocumentBytes;
   std::vector<std::string> fields;
   boost::algorithm::split(fields, configuration, boost::algorithm::is_any_of(";"));
   if (fields.size() >= 2) {
@@ -35,8 +64,12 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
                                                   AppData appData,
                                                   const CoDescriptorDataMap& coDescriptors) {
   if (!coDescriptors.empty()) {
-    LOG4CPLUS_DEBUG(s_logger, "CreateFileWithKnxData: CO count with enabled communication flag: "
-                                  << coDescriptors.size());
+    try {
+      LOG4CPLUS_DEBUG(s_logger, "CreateFileWithKnxData: CO count with enabled communication flag: "
+                                    << coDescriptors.size());
+    } catch (...) {
+      // Only a lack of memory fails it; the download itself will tell whether there is enough.
+    }
   }
   if (interfaceObjects.empty()) {
     return false;
@@ -45,6 +78,7 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
   try {
     luaknxdownloadhandler::EtsXml etsXml(interfaceObjects, memory, coDescriptors, &s_logger,
                                          &m_luxHelper);
+    etsXml.SetMaxDocumentBytes(m_maxDocumentBytes);
     boost::optional<std::string> document = etsXml.Create();
     if (!document) {
       LOG4CPLUS_DEBUG(s_logger, "No etsproject created.");
@@ -93,14 +127,12 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
     resetUserData();
     return true;
   } catch (const boost::filesystem::filesystem_error& e) {
-    LOG4CPLUS_ERROR(
-        s_logger,
-        "LuaKnxDownloadHandler::CreateFileWithKnxData filesystem_error exception: " << e.what());
+    LogCaught("LuaKnxDownloadHandler::CreateFileWithKnxData filesystem_error exception: ",
+              e.what());
   } catch (const std::exception& e) {
-    LOG4CPLUS_ERROR(s_logger,
-                    "LuaKnxDownloadHandler::CreateFileWithKnxData exception: " << e.what());
+    LogCaught("LuaKnxDownloadHandler::CreateFileWithKnxData exception: ", e.what());
   } catch (...) {
-    LOG4CPLUS_ERROR(s_logger, "LuaKnxDownloadHandler::CreateFileWithKnxData unknown exception: ");
+    LogCaught("LuaKnxDownloadHandler::CreateFileWithKnxData unknown exception: ", "");
   }
   return false;
 }

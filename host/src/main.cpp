@@ -18,6 +18,9 @@
 #include <log4cplus/loglevel.h>
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -26,6 +29,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -45,7 +49,52 @@ enum ExitCode : int {
   kExitPlugin = 3,
   kExitNotLoaded = 4,
   kExitNoWrite = 5,
+  // As sysexits' EX_OSERR: the system could not give the command what it needed.
+  kExitNoMemory = 71,
 };
+
+// Out of memory, wherever it happens: one line and the exit status, with
+// nothing that needs memory itself; static destructors and exit handlers are
+// skipped, since they may need memory too. Output was flushed line by line.
+[[noreturn]] void ExitOutOfMemory() noexcept {
+  static const char kLine[] = "knx-download-host: out of memory\n";
+  const ssize_t ignored = ::write(STDERR_FILENO, kLine, sizeof kLine - 1);
+  static_cast<void>(ignored);
+  ::_exit(kExitNoMemory);
+}
+
+// A failed allocation where no handler can catch it (a static initialiser of a
+// library, a destructor, an exit handler) ends in std::terminate; it must still
+// not abort. Anything else that terminates is a real fault and aborts as usual.
+// A thread that could not be started for want of memory (log4cplus starts one
+// while the library loads) comes as a system_error. Without an exception, the
+// usual cause is that not even the exception could be allocated: then malloc's
+// ENOMEM is still in errno.
+void OnTerminate() noexcept {
+  const int lastError = errno;
+  const std::exception_ptr current = std::current_exception();
+  if (!current && lastError == ENOMEM) ExitOutOfMemory();
+  if (current) {
+    try {
+      std::rethrow_exception(current);
+    } catch (const std::bad_alloc&) {
+      ExitOutOfMemory();
+    } catch (const std::system_error& error) {
+      if (error.code() == std::errc::not_enough_memory ||
+          error.code() == std::errc::resource_unavailable_try_again) {
+        ExitOutOfMemory();
+      }
+    } catch (...) {
+    }
+  }
+  std::abort();
+}
+
+// Installed before any library's static initialiser runs (.preinit_array).
+void InstallTerminateHandler(int, char**, char**) { std::set_terminate(&OnTerminate); }
+__attribute__((section(".preinit_array"),
+               used)) void (*const kInstallTerminateHandler)(int, char**,
+                                                             char**) = &InstallTerminateHandler;
 
 struct Options {
   std::string plugin;
@@ -133,6 +182,8 @@ int RunDownloads(const Options& options, const DownloadDump& dump,
   Korvex::IKnxDownloadHandler* created = nullptr;
   try {
     created = createHandler(options.configuration);
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     std::cerr << kProgram << ": CreateHandler failed: " << error.what() << '\n';
     return kExitNotLoaded;
@@ -198,6 +249,8 @@ template <typename Body>
 int ExitStatusOf(Body&& body) {
   try {
     return body();
+  } catch (const std::bad_alloc&) {
+    throw;  // main's own exit status
   } catch (const PluginError& error) {
     std::cerr << kProgram << ": " << error.what() << '\n';
     return kExitPlugin;
@@ -264,8 +317,8 @@ int Run(int argc, char** argv) {
   app.footer(
       "Prints \"reset-user-data\" when the plug-in resets the user data and \"result: true|false\" "
       "after each call.\nExit status: 0 all calls ran, 2 usage error or bad dump, 3 plug-in not "
-      "loadable, 4 handler not loaded, 5 nothing written (with --fail-on-no-write), 1 unexpected "
-      "failure.\nRun \"knx-download-host "
+      "loadable, 4 handler not loaded, 5 nothing written (with --fail-on-no-write), 71 out of "
+      "memory, 1 unexpected failure.\nRun \"knx-download-host "
       "check-script --help\" for the script check.");
 
   CLI::App* checkScript = app.add_subcommand(
@@ -295,7 +348,7 @@ int Run(int argc, char** argv) {
       "Prints one line per finding, \"[FILE:LINE: ]error|warning|info: MESSAGE\", then, with "
       "--dump, \"document: ...\" lines, and last \"check-script: N errors, M warnings\".\n"
       "Exit status: 0 no error, 1 an error was found, 2 usage error or bad dump, 3 plug-in not "
-      "loadable.");
+      "loadable, 71 out of memory.");
 
   try {
     app.parse(argc, argv);
@@ -328,6 +381,8 @@ int Run(int argc, char** argv) {
 
   try {
     ConfigureLogging(options.logLevel, options.logConfig);
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     std::cerr << kProgram << ": cannot configure logging: " << error.what() << '\n';
     return kExitUsage;
@@ -353,7 +408,16 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Outlives the plug-in library, whose logger is torn down when it is closed.
-  log4cplus::Initializer initializer;
-  return Run(argc, argv);
+  try {
+    // Outlives the plug-in library, whose logger is torn down when it is closed.
+    log4cplus::Initializer initializer;
+    return Run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    ExitOutOfMemory();
+  } catch (const std::exception& error) {
+    std::cerr << kProgram << ": unexpected error: " << error.what() << '\n';
+  } catch (...) {
+    std::cerr << kProgram << ": unexpected error\n";
+  }
+  return kExitUnexpected;
 }

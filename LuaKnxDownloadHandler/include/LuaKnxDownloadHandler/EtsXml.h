@@ -10,6 +10,7 @@
 #include <boost/optional.hpp>
 #include <pugixml.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -24,7 +25,12 @@ class EtsXml {
          LuxHelperBase* luxHelper);
 
   /// The serialised document, or nothing when a required limit is missing.
+  /// Throws when the document cannot be built whole: pugixml without memory,
+  /// or a document larger than the size limit.
   boost::optional<std::string> Create();
+
+  /// The largest document text Create() may produce, in bytes (default 256 MiB).
+  void SetMaxDocumentBytes(std::size_t bytes) noexcept { m_maxDocumentBytes = bytes; }
 
   /// The boolean setting the property table names; false when unreadable.
   boost::optional<bool> ProperyValueByName(const std::string& name);
@@ -50,6 +56,8 @@ class EtsXml {
   std::uint8_t m_maxNameCharCount = 0;
   std::uint8_t m_maxTextCharCount = 0;
   std::uint8_t m_maxUrlCharCount = 0;
+  std::size_t m_maxDocumentBytes;
+  std::size_t m_documentBytes = 0;  // a lower bound of the text built so far
 };
 
 }  // namespace Korvex::luaknxdownloadhandler

@@ -7,6 +7,7 @@
 
 #include <log4cplus/logger.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -40,6 +41,7 @@ class LuaKnxDownloadHandler : public IKnxDownloadHandler {
   bool m_loaded = false;
   std::string m_etsProjectPath;
   luaknxdownloadhandler::LuxHelper m_luxHelper;
+  std::size_t m_maxDocumentBytes = 0;  // from the handler's limits, read at creation
 };
 
 }  // namespace Korvex

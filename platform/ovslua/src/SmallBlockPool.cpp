@@ -1,6 +1,7 @@
 #include "SmallBlockPool.h"
 
 #include <ovslua/PoolUsage.h>
+#include <ovslua/detail/AllocationFailureHook.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,8 +19,13 @@ namespace {
 // they are statistics that order nothing else.
 std::atomic<std::size_t> g_chunkBytes{0};
 std::atomic<std::size_t> g_blockBytes{0};
+std::atomic<AllocationFailureHook> g_failureHook{nullptr};
 
 }  // namespace
+
+void SetAllocationFailureHook(AllocationFailureHook hook) noexcept {
+  g_failureHook.store(hook, std::memory_order_relaxed);
+}
 
 SmallBlockPool::~SmallBlockPool() {
   while (m_chunks != nullptr) {
@@ -48,6 +54,13 @@ void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
       newSize - heldBefore > pool->m_limit - std::min(pool->m_limit, pool->m_bytesInUse)) {
     ++pool->m_failures;
     return nullptr;
+  }
+  if (newSize > heldBefore) {
+    const AllocationFailureHook hook = g_failureHook.load(std::memory_order_relaxed);
+    if (hook != nullptr && hook(newSize)) {
+      ++pool->m_failures;
+      return nullptr;
+    }
   }
   void* result = block == nullptr ? pool->New(newSize) : pool->Resize(block, oldSize, newSize);
   if (result == nullptr) {
