@@ -4,12 +4,8 @@ lkdh_add_tests(reliability reliability LuaKnxDownloadHandler::LuaKnxDownloadHand
   lkdh_download_dump)
 
 # Allocation faults: this one program replaces operator new, so the countdown
-# source belongs to it alone. It also needs the bench's download generator.
-add_library(lkdh_test_download_generator STATIC ${PROJECT_SOURCE_DIR}/bench/generator/DownloadGenerator.cpp)
-target_include_directories(lkdh_test_download_generator PUBLIC ${PROJECT_SOURCE_DIR}/bench/generator)
-target_link_libraries(lkdh_test_download_generator
-  PUBLIC Platform::HostInterface Platform::KnxStack
-  PRIVATE fmt::fmt lkdh_warnings)
+# source belongs to it alone. It also needs the bench's download generator
+# (lkdh_test_download_generator, made in tests/CMakeLists.txt).
 target_sources(reliability_allocation_failure_test PRIVATE
   ${CMAKE_CURRENT_SOURCE_DIR}/reliability/AllocationFaults.cpp)
 target_link_libraries(reliability_allocation_failure_test PRIVATE
