@@ -29,6 +29,8 @@ class SmallBlockPool {
   void SetLimit(std::size_t limit) noexcept { m_limit = limit; }
   /// What the interpreter holds, by the sizes it asked for.
   std::size_t BytesInUse() const noexcept { return m_bytesInUse; }
+  /// The most it has held at once.
+  std::size_t PeakBytesInUse() const noexcept { return m_peakBytesInUse; }
 
  private:
   // 8 bytes: the strictest alignment of any Lua object (lua_Number, lua_Integer,
@@ -75,6 +77,7 @@ class SmallBlockPool {
   std::size_t m_failures = 0;
   std::size_t m_limit = 0;
   std::size_t m_bytesInUse = 0;
+  std::size_t m_peakBytesInUse = 0;
 };
 
 }  // namespace ovslua::detail
