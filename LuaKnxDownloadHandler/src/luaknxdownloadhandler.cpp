@@ -2,6 +2,8 @@
 
 #include <LuaKnxDownloadHandler/EtsXml.h>
 
+#include "HandlerLimits.h"
+
 #include <Helper/File.h>
 
 #include <log4cplus/loggingmacros.h>
@@ -18,6 +20,10 @@ namespace Korvex {
 log4cplus::Logger s_logger = log4cplus::Logger::getInstance("KnxDownloadHandler");
 
 LuaKnxDownloadHandler::LuaKnxDownloadHandler(const std::string& configuration) {
+  // Before the script's top level runs: it runs under the same limits as every call.
+  const luaknxdownloadhandler::HandlerLimits limits =
+      luaknxdownloadhandler::HandlerLimits::FromEnvironment();
+  m_luxHelper.SetLimits(limits.scriptMaxInstructions, limits.scriptMaxMemory);
   std::vector<std::string> fields;
   boost::algorithm::split(fields, configuration, boost::algorithm::is_any_of(";"));
   if (fields.size() >= 2) {

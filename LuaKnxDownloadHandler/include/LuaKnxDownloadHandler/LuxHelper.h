@@ -5,6 +5,7 @@
 
 #include <ovslua/Lua.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -17,8 +18,18 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   LuxHelper() = default;
   ~LuxHelper() override;
 
+  /// Bounds each script call to maxInstructions Lua instructions and the
+  /// interpreter to maxMemory bytes (0: no bound). Set before Load.
+  void SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory);
   /// Creates the interpreter and loads the script; the result is also kept.
   bool Load(const std::string& scriptPath);
+
+  // What the interpreter holds and has used (measurements, tests).
+  using ovslua::Lua::CollectGarbage;
+  using ovslua::Lua::LargestCallInstructions;
+  using ovslua::Lua::MemoryInUse;
+  using ovslua::Lua::PeakMemoryInUse;
+  using ovslua::Lua::SetInstructionStep;
 
   bool IsThereUrnsByPropertyIndex(std::uint32_t typeId) override;
   PropertyInfo GetPropertyIndexForUrns(std::uint32_t typeId) override;
@@ -49,7 +60,14 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
 
  private:
+  // The value at the top as text when it is one (lua_isstring); false for a
+  // text with a NUL byte, which is read as a value of the wrong type and warned
+  // about, naming what it was given for.
+  bool TextValue(std::string& text, const char* what) const;
+
   bool m_loaded = false;
+  const char* m_query = "";   // the query whose result the readers read
+  int m_staticDataDepth = 0;  // nesting of the static-data reader
 };
 
 }  // namespace Korvex::luaknxdownloadhandler
