@@ -412,7 +412,29 @@ INSTANTIATE_TEST_SUITE_P(
                   "(interface object 1, property 99) is not in the download: interface object 1 "
                   "has no property 99"},
                  0},
-        FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0}),
+        FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0},
+        FlawCase{"UnavailableLibraryFunctions",
+                 "check_unavailable_library.lua",
+                 {},
+                 {At("check_unavailable_library.lua", 5) +
+                      "error: io.open is not available to description scripts: using it raises "
+                      "an error",
+                  At("check_unavailable_library.lua", 6) +
+                      "error: os.execute is not available to description scripts: using it "
+                      "raises an error",
+                  At("check_unavailable_library.lua", 7) +
+                      "error: __gc metamethods are not available to description scripts: "
+                      "setmetatable raises an error for a metatable with __gc",
+                  At("check_unavailable_library.lua", 8) +
+                      "error: debug.getinfo is not available to description scripts: using it "
+                      "raises an error",
+                  At("check_unavailable_library.lua", 11) +
+                      "error: os.exit is not available to description scripts: using it raises "
+                      "an error",
+                  At("check_unavailable_library.lua", 11) +
+                      "warning: HandleDcsType(0-255): raises an error: os.exit is not available "
+                      "to description scripts: the plug-in logs an error and goes on"},
+                 1}),
     [](const ::testing::TestParamInfo<FlawCase>& param) { return std::string(param.param.name); });
 
 TEST_F(CheckScriptTest, EndlessLoopLeavesNoDocumentSummary) {
