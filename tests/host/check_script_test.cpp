@@ -394,14 +394,14 @@ INSTANTIATE_TEST_SUITE_P(
                  "check_endless_loop.lua",
                  {},
                  {At("check_endless_loop.lua", 7) +
-                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "error: GetStaticData(): runs for more than 2000000 Lua instructions and was "
                   "stopped (an endless loop?): the download would hang"},
                  1},
         FlawCase{"EndlessLoopSkipsThePlugIn",
                  "check_endless_loop.lua",
                  {"--dump", kCheckDump},
                  {At("check_endless_loop.lua", 7) +
-                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "error: GetStaticData(): runs for more than 2000000 Lua instructions and was "
                   "stopped (an endless loop?): the download would hang"},
                  1},
         FlawCase{"PropertyNotInTheDownload",
