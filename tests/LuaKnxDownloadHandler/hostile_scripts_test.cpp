@@ -32,8 +32,8 @@ using lkdh::test::ReadWholeFile;
 using lkdh::test::TempDir;
 
 // Small budgets keep the endless cases quick, under an emulator too.
-constexpr const char* kInstructions = "100000";
-constexpr const char* kMemory = "8388608";
+constexpr const char* kInstructions = "20000";
+constexpr const char* kMemory = "4194304";
 constexpr int kRepetitions = 100;
 
 // Misbehaves on its first 1 + kRepetitions calls, then never again.

