@@ -5,7 +5,8 @@
 //
 //   lkdh_script_limits [F N P ...]   (default: 255 255 4 and 255 255 100)
 //
-// One line per shape: F N P largest_call_instructions peak_interpreter_bytes.
+// One line per shape: F N P largest_call_instructions peak_interpreter_bytes
+// (the peak from the end of loading to the end of the download).
 #include "generator/DownloadGenerator.h"
 
 #include <LuaKnxDownloadHandler/EtsXml.h>
@@ -57,6 +58,7 @@ int main(int argc, char** argv) {
       status = 1;
       continue;
     }
+    bridge.TrackPeakMemory(true);
     Korvex::luaknxdownloadhandler::EtsXml builder(download->objects, download->memory,
                                                   download->descriptors, &logger, &bridge);
     if (!builder.Create()) {

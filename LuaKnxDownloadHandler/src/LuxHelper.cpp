@@ -55,7 +55,7 @@ std::string FailureLine(const std::string& head, int status, const std::string& 
 template <typename Result, typename Push, typename Run, typename Read, typename SetError>
 Result CallTableFunction(Interpreter wrapper, const std::string& name,
                          std::initializer_list<std::uint32_t> arguments, Result failure,
-                         Push&& pushGlobalCall, Run&& protectedCall, Read&& read,
+                         Push&& pushGlobalFunction, Run&& protectedCall, Read&& read,
                          SetError&& setErrorMessage) {
   std::lock_guard<std::mutex> lock(wrapper.mutex);
   wrapper.status = LUA_OK;
@@ -67,13 +67,13 @@ Result CallTableFunction(Interpreter wrapper, const std::string& name,
   }
   // Declared after the lock, so the stack is restored before the mutex is free.
   lux::StackHeightGuard guard(state);
-  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 2);
-  // The global is looked up inside the protected call: a metatable on _G runs script code.
-  pushGlobalCall(name.c_str());
+  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 3);
+  // A metatable on _G runs script code: such a lookup runs inside the protected call.
+  const int extra = pushGlobalFunction(name.c_str());
   for (const std::uint32_t argument : arguments) {
     lua_pushinteger(state, static_cast<lua_Integer>(argument));
   }
-  wrapper.status = protectedCall(static_cast<int>(arguments.size()) + 1, 1, name.c_str());
+  wrapper.status = protectedCall(static_cast<int>(arguments.size()) + extra, 1, name.c_str());
   if (wrapper.status == LUA_OK) {
     QueryName query(wrapper.query, name.c_str());
     Result result = read();
@@ -129,7 +129,7 @@ PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
       "GetPropertyIndexForUrns", {typeId}, PropertyInfo{},
-      [this](const char* name) { PushGlobalCall(name); },
+      [this](const char* name) { return PushGlobalFunction(name); },
       [this](int arguments, int results, const char* name) {
         return ProtectedCall(arguments, results, name);
       },
@@ -182,7 +182,7 @@ std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
       "GetParametersFromChannelTypeId", {channelTypeId}, std::vector<LuaParameter>{},
-      [this](const char* name) { PushGlobalCall(name); },
+      [this](const char* name) { return PushGlobalFunction(name); },
       [this](int arguments, int results, const char* name) {
         return ProtectedCall(arguments, results, name);
       },
@@ -192,7 +192,8 @@ std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_
 std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetPropertyIds", {},
-      std::map<std::string, PropertyInfo>{}, [this](const char* name) { PushGlobalCall(name); },
+      std::map<std::string, PropertyInfo>{},
+      [this](const char* name) { return PushGlobalFunction(name); },
       [this](int arguments, int results, const char* name) {
         return ProtectedCall(arguments, results, name);
       },
@@ -202,7 +203,7 @@ std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
 std::vector<LuxStaticData> LuxHelper::GetStaticData() {
   return CallTableFunction(
       Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetStaticData", {},
-      std::vector<LuxStaticData>{}, [this](const char* name) { PushGlobalCall(name); },
+      std::vector<LuxStaticData>{}, [this](const char* name) { return PushGlobalFunction(name); },
       [this](int arguments, int results, const char* name) {
         return ProtectedCall(arguments, results, name);
       },

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -69,21 +70,22 @@ std::uint32_t Low32(lua_Integer value) {
   return static_cast<std::uint32_t>(static_cast<lua_Unsigned>(value));
 }
 
-}  // namespace
-
-bool LuxHelper::TextValue(std::string& text, const char* what) const {
-  if (lua_isstring(m_luaState, -1) == 0) return false;
+// The value at the top as text when it is one (lua_isstring); false for a text
+// with a NUL byte, which is read as a value of the wrong type and warned about.
+bool TextValue(lua_State* state, std::string& text, const char* query, const char* what) {
+  if (lua_isstring(state, -1) == 0) return false;
   std::size_t length = 0;
-  const char* data = lua_tolstring(m_luaState, -1, &length);
-  const std::string_view value(data, length);
+  const char* data = lua_tolstring(state, -1, &length);
   // XML cannot carry a NUL byte; cutting the text there would change its meaning unseen.
-  if (HasNul(value)) {
-    WarnNul(m_query, std::string("'") + what + "'", value);
+  if (std::memchr(data, '\0', length) != nullptr) {
+    WarnNul(query, std::string("'") + what + "'", std::string_view(data, length));
     return false;
   }
-  text.assign(data, length);
+  text = std::string(data, length);
   return true;
 }
+
+}  // namespace
 
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
@@ -156,9 +158,9 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
       if (lux::KeyAsText(state, key)) {
         const int type = lua_type(state, -1);
         if (key == "Key") {
-          TextValue(parameter.key, "Key");
+          TextValue(state, parameter.key, m_query, "Key");
         } else if (key == "Type") {
-          TextValue(parameter.type, "Type");
+          TextValue(state, parameter.type, m_query, "Type");
         } else if (key == "Property") {
           if (type == LUA_TTABLE) parameter.property = FillProperty();
         } else if (key == "Digits") {
@@ -218,7 +220,7 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
           if (key == "Id") {
             if (lua_type(state, -1) == LUA_TTABLE) entry.id = FillProperty();
           } else if (key == "Type") {
-            TextValue(entry.type, "Type");
+            TextValue(state, entry.type, m_query, "Type");
           }
         }
         lua_pop(state, 1);
@@ -268,7 +270,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
           // Engaged for any table, an empty one included.
           if (type == LUA_TTABLE) entry.enabledProperty = FillProperty();
         } else if (key == "Type") {
-          TextValue(entry.type, "Type");
+          TextValue(state, entry.type, m_query, "Type");
         } else if (key == "Parameters") {
           if (type == LUA_TTABLE) entry.parameters = GetLuaParameters();
         } else if (key == "SubData") {

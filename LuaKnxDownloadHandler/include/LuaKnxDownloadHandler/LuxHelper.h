@@ -30,6 +30,7 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   using ovslua::Lua::MemoryInUse;
   using ovslua::Lua::PeakMemoryInUse;
   using ovslua::Lua::SetInstructionStep;
+  using ovslua::Lua::TrackPeakMemory;
 
   bool IsThereUrnsByPropertyIndex(std::uint32_t typeId) override;
   PropertyInfo GetPropertyIndexForUrns(std::uint32_t typeId) override;
@@ -60,11 +61,6 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
 
  private:
-  // The value at the top as text when it is one (lua_isstring); false for a
-  // text with a NUL byte, which is read as a value of the wrong type and warned
-  // about, naming what it was given for.
-  bool TextValue(std::string& text, const char* what) const;
-
   bool m_loaded = false;
   const char* m_query = "";   // the query whose result the readers read
   int m_staticDataDepth = 0;  // nesting of the static-data reader

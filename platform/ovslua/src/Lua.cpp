@@ -229,6 +229,14 @@ local safeIo = restricted("io", {})
 local safeDebug = restricted("debug", { traceback = debug.traceback })
 _G.os, _G.io, _G.debug = safeOs, safeIo, safeDebug
 loaded.os, loaded.io, loaded.debug = safeOs, safeIo, safeDebug
+-- A stopped collector would let garbage pile up from one download to the next.
+local collect = collectgarbage
+collectgarbage = function(option, ...)
+  if option == "stop" then
+    error("collectgarbage(\"stop\") is not available to description scripts", 2)
+  end
+  return collect(option, ...)
+end
 )lua";
 
 }  // namespace
@@ -349,16 +357,16 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   const std::size_t argumentCount = in.Count();
   const std::size_t resultCount = out.Count();
   // The lookup, the name and the arguments, and later the results, must fit on the stack.
-  const std::size_t needed = std::max(argumentCount + 2, resultCount);
+  const std::size_t needed = std::max(argumentCount + 3, resultCount);
   if (needed > static_cast<std::size_t>(INT_MAX) ||
       !lua_checkstack(m_luaState, static_cast<int>(needed))) {
     m_status = LUA_ERRRUN;
     m_errorMessage = "stack overflow (" + std::to_string(argumentCount) + " arguments, " +
                      std::to_string(resultCount) + " results)";
   } else {
-    PushGlobalCall(name.c_str());
+    const int extra = PushGlobalFunction(name.c_str());
     PushArguments(in);
-    m_status = ProtectedCall(static_cast<int>(argumentCount) + 1, static_cast<int>(resultCount),
+    m_status = ProtectedCall(static_cast<int>(argumentCount) + extra, static_cast<int>(resultCount),
                              name.c_str());
     if (m_status == LUA_OK) {
       PopReturnValues(out);
@@ -377,25 +385,35 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   return false;
 }
 
-int Lua::RunProtected(int argumentCount, int resultCount, bool& overBudget,
-                      bool& outOfMemory) const {
-  const std::size_t failuresBefore = m_pool ? m_pool->FailureCount() : 0;
-  // collectgarbage("stop") lasts no longer than the call that made it.
-  if (lua_gc(m_luaState, LUA_GCISRUNNING) == 0) lua_gc(m_luaState, LUA_GCRESTART);
-  detail::ExecutionBudget& budget = *m_budget;
+namespace {
+
+// lua_pcall under the budget, kept out of the exported members so that the
+// compiler can inline it into the calls: it runs once per script call.
+inline int RunUnderBudget(lua_State* state, detail::SmallBlockPool* pool,
+                          detail::ExecutionBudget& budget, bool budgeted, int argumentCount,
+                          int resultCount, bool& overBudget, bool& outOfMemory) {
+  const std::size_t failuresBefore = pool != nullptr ? pool->FailureCount() : 0;
   // After a call that ran out, the main thread checks every instruction; back to steps.
-  if (budget.exceeded && m_instructionLimit != 0) {
-    lua_sethook(m_luaState, &CountInstructions, LUA_MASKCOUNT, budget.step);
+  if (budget.exceeded && budgeted) {
+    lua_sethook(state, &CountInstructions, LUA_MASKCOUNT, budget.step);
   }
   budget.used = 0;
   budget.exceeded = false;
   budget.active = true;
-  const int status = lua_pcallk(m_luaState, argumentCount, resultCount, 0, 0, nullptr);
+  const int status = lua_pcallk(state, argumentCount, resultCount, 0, 0, nullptr);
   budget.active = false;
-  budget.largest = std::max(budget.largest, budget.used);
+  if (budget.used > budget.largest) budget.largest = budget.used;
   overBudget = budget.exceeded;
-  outOfMemory = status == LUA_ERRMEM || (m_pool && m_pool->FailureCount() != failuresBefore);
+  outOfMemory = status == LUA_ERRMEM || (pool != nullptr && pool->FailureCount() != failuresBefore);
   return status;
+}
+
+}  // namespace
+
+int Lua::RunProtected(int argumentCount, int resultCount, bool& overBudget,
+                      bool& outOfMemory) const {
+  return RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0, argumentCount,
+                        resultCount, overBudget, outOfMemory);
 }
 
 void Lua::CollectAfterFailure() const {
@@ -407,7 +425,8 @@ int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function,
   const int base = lua_gettop(m_luaState) - argumentCount - 1;
   bool overBudget = false;
   bool outOfMemory = false;
-  const int status = RunProtected(argumentCount, resultCount, overBudget, outOfMemory);
+  const int status = RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0,
+                                    argumentCount, resultCount, overBudget, outOfMemory);
   if (!overBudget && !outOfMemory) return status;
   // What the call left is no answer; collected with the rest of its garbage.
   lua_settop(m_luaState, std::max(base, 0));
@@ -430,9 +449,19 @@ int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function,
   throw std::bad_alloc();
 }
 
-void Lua::PushGlobalCall(const char* name) const {
+int Lua::PushGlobalFunction(const char* name) const {
+  // Raw first: when the global is there, or _G has no metatable, this is what
+  // lua_getglobal gives, without running any script code.
+  lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, LUA_RIDX_GLOBALS);
+  lua_pushstring(m_luaState, name);
+  if (lua_rawget(m_luaState, -2) != LUA_TNIL || !lua_getmetatable(m_luaState, -2)) {
+    lua_remove(m_luaState, -2);
+    return 0;
+  }
+  lua_pop(m_luaState, 3);
   lua_pushcfunction(m_luaState, &CallGlobal);
   lua_pushlightuserdata(m_luaState, const_cast<char*>(name));
+  return 1;
 }
 
 void Lua::PushArguments(const Args& args) const {
@@ -598,6 +627,11 @@ std::size_t Lua::CollectGarbage() {
 std::size_t Lua::PeakMemoryInUse() const {
   std::lock_guard<std::mutex> lock(m_mutex);
   return m_pool ? m_pool->PeakBytesInUse() : 0;
+}
+
+void Lua::TrackPeakMemory(bool track) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_pool) m_pool->TrackPeak(track);
 }
 
 void Lua::SetInstructionLimit(std::uint64_t instructions) {

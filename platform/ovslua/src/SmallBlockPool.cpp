@@ -55,7 +55,9 @@ void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
     return nullptr;
   }
   pool->m_bytesInUse = pool->m_bytesInUse - heldBefore + newSize;
-  pool->m_peakBytesInUse = std::max(pool->m_peakBytesInUse, pool->m_bytesInUse);
+  if (pool->m_trackPeak && pool->m_bytesInUse > pool->m_peakBytesInUse) {
+    pool->m_peakBytesInUse = pool->m_bytesInUse;
+  }
   return result;
 }
 

@@ -29,8 +29,12 @@ class SmallBlockPool {
   void SetLimit(std::size_t limit) noexcept { m_limit = limit; }
   /// What the interpreter holds, by the sizes it asked for.
   std::size_t BytesInUse() const noexcept { return m_bytesInUse; }
-  /// The most it has held at once.
+  /// The most it has held at once while tracking was on.
   std::size_t PeakBytesInUse() const noexcept { return m_peakBytesInUse; }
+  void TrackPeak(bool track) noexcept {
+    m_trackPeak = track;
+    m_peakBytesInUse = m_bytesInUse;
+  }
 
  private:
   // 8 bytes: the strictest alignment of any Lua object (lua_Number, lua_Integer,
@@ -78,6 +82,7 @@ class SmallBlockPool {
   std::size_t m_limit = 0;
   std::size_t m_bytesInUse = 0;
   std::size_t m_peakBytesInUse = 0;
+  bool m_trackPeak = false;
 };
 
 }  // namespace ovslua::detail

@@ -140,8 +140,10 @@ class Lua {
   std::size_t GetMemoryLimit() const noexcept { return m_memoryLimit; }
   /// What the interpreter holds now, in bytes (0 without one).
   std::size_t MemoryInUse() const;
-  /// The most the interpreter has held at once since it was made, in bytes.
+  /// The most the interpreter has held at once while peaks were tracked, in
+  /// bytes; tracking (for measurements) costs a little on every allocation.
   std::size_t PeakMemoryInUse() const;
+  void TrackPeakMemory(bool track);
   /// A full collection; then what the interpreter holds, in bytes (0 without one).
   std::size_t CollectGarbage();
 
@@ -173,11 +175,12 @@ class Lua {
   /// from what the script really keeps.
   int ProtectedCall(int argumentCount, int resultCount, const char* function = nullptr,
                     int refId = 0) const;
-  /// Pushes a function that looks up the global name and calls it with the
-  /// arguments pushed after it: the lookup then runs protected and under the
-  /// budget too (a metatable on _G can run script code). The name must outlive
-  /// the call; the call takes one argument more than the script function.
-  void PushGlobalCall(const char* name) const;
+  /// Pushes the global function name for a call. A global that is not there
+  /// raw while _G has a metatable is looked up by a pushed helper inside the
+  /// protected call instead, so that its __index runs protected and under the
+  /// budget; the name (which must outlive the call) is then pushed as one more
+  /// argument. Returns how many values beyond the function it pushed (0 or 1).
+  int PushGlobalFunction(const char* name) const;
   /// Whether the last PopReturnValues found a string result with a NUL byte,
   /// read as a value of the wrong type; its position from 0, or -1.
   int TextWithNulPosition() const noexcept { return m_textWithNul; }
