@@ -631,7 +631,12 @@ std::size_t Lua::PeakMemoryInUse() const {
 
 void Lua::TrackPeakMemory(bool track) {
   std::lock_guard<std::mutex> lock(m_mutex);
-  if (m_pool) m_pool->TrackPeak(track);
+  if (m_luaState == nullptr || !m_pool) return;
+  m_pool->ResetPeak();
+  lua_setallocf(
+      m_luaState,
+      track ? &detail::SmallBlockPool::AllocateTrackingPeak : &detail::SmallBlockPool::Allocate,
+      m_pool.get());
 }
 
 void Lua::SetInstructionLimit(std::uint64_t instructions) {

@@ -55,9 +55,14 @@ void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
     return nullptr;
   }
   pool->m_bytesInUse = pool->m_bytesInUse - heldBefore + newSize;
-  if (pool->m_trackPeak && pool->m_bytesInUse > pool->m_peakBytesInUse) {
-    pool->m_peakBytesInUse = pool->m_bytesInUse;
-  }
+  return result;
+}
+
+void* SmallBlockPool::AllocateTrackingPeak(void* ud, void* block, std::size_t oldSize,
+                                           std::size_t newSize) noexcept {
+  void* result = Allocate(ud, block, oldSize, newSize);
+  auto* pool = static_cast<SmallBlockPool*>(ud);
+  pool->m_peakBytesInUse = std::max(pool->m_peakBytesInUse, pool->m_bytesInUse);
   return result;
 }
 
