@@ -29,7 +29,9 @@ mkdir -p "$out"
 # that each call is written to the trace before it runs.
 write_tracer() {
   cat >"$1/traced.lua" <<EOF
-local trace = assert(io.open("$1/trace.txt", "w"))
+-- Description scripts have no io: each call goes to stdout as a marked line.
+local function marked(...) print("@trace " .. (table.concat({...}):gsub("\n\$", ""))) end
+local trace = { write = function(_, ...) marked(...) end, flush = function() end }
 dofile("$1/device.lua")
 local function show(...)
   local parts = {}
@@ -71,10 +73,12 @@ for size in "${sizes[@]}"; do
     app=0
     [[ $run == forced ]] && app=1
     (cd "$dir" && "$host" --plugin "$plugin" --config "$dir/etsproject.xml;$dir/traced.lua" \
-      --app-data "$app" --log-level TRACE "$dir/download.json" 2>&1) \
+      --app-data "$app" --log-level TRACE "$dir/download.json" >"$dir/stdout.txt" 2>"$dir/stderr.txt")
+    # The log is the host's own output, the trace the script's marked lines.
+    cat "$dir/stderr.txt" <(grep -v '^@trace ' "$dir/stdout.txt") \
       | sed -e "s#$dir#DIR#g" -e "s#$build#BUILD#g" >"$out/$name.$run.log"
     cp "$dir/etsproject.xml" "$out/$name.$run.xml"
-    mv "$dir/trace.txt" "$out/$name.$run.trace"
+    sed -n 's/^@trace //p' "$dir/stdout.txt" >"$out/$name.$run.trace"
   done
 done
 

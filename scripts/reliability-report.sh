@@ -29,7 +29,8 @@ cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
   reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth \
   reliability_allocation_failure_test reliability_host_allocation_failure_test \
-  lkdh_fail_allocation_shim reliability_address_space_limit_test || exit 1
+  lkdh_fail_allocation_shim reliability_address_space_limit_test plugin_hostile_scripts_test \
+  platform_lua_limits_test || exit 1
 cmake --install "$build" --prefix "$build/test-install" >/dev/null || exit 1
 rm -rf "$out"
 mkdir -p "$out"
@@ -37,7 +38,8 @@ mkdir -p "$out"
 for t in reliability_crash_consistency_test reliability_fs_faults_test \
   reliability_fs_real_faults_test platform_file_test reliability_memory_growth_test \
   plugin_bad_scripts_test reliability_allocation_failure_test \
-  reliability_host_allocation_failure_test reliability_address_space_limit_test; do
+  reliability_host_allocation_failure_test reliability_address_space_limit_test \
+  plugin_hostile_scripts_test platform_lua_limits_test; do
   echo "== $t"
   (cd "$build/tests" && "./$t" --gtest_output="json:$out/$t.json") >"$out/$t.log" 2>&1 || status=1
   tail -n 3 "$out/$t.log"
@@ -285,6 +287,49 @@ w("")
 sys.path.insert(0, os.path.join(repo, "scripts"))
 import reliability_allocation_section
 lines.extend(reliability_allocation_section.section(out))
+
+# ---- hostile scripts
+hostile = cases(load("plugin_hostile_scripts_test.json"))
+limits = cases(load("platform_lua_limits_test.json"))
+w("## Hostile description scripts")
+w("")
+w("`tests/LuaKnxDownloadHandler/hostile_scripts_test.cpp` appends each script of")
+w("`tests/LuaKnxDownloadHandler/data/hostile/` to a good script and runs it through a handler")
+w("with small budgets (20,000 instructions, 4 MiB) set through `LKDH_SCRIPT_MAX_INSTRUCTIONS`")
+w("and `LKDH_SCRIPT_MAX_MEMORY`. Each must leave the process alive with its documented outcome")
+w("(the download completes with the failing call's usual answer, or fails as a whole without")
+w("writing or calling back), repeat that outcome over 100 further downloads without the")
+w("interpreter keeping more after a full collection (a ShowIf function read on each download")
+w("may keep its registry reference, at most 256 bytes per download), let the next download on")
+w("the same handler write the good document, and let `DeleteHandler` return.")
+w("`tests/platform/lua_limits_test.cpp` checks the same limits on the Lua wrapper alone.")
+w("")
+scripts = [x for x in hostile if "/" in x[0]]
+checks = [x for x in hostile if "/" not in x[0]] + limits
+w("| hostile scripts tried | passed | wrapper and limit checks | passed |")
+w("|---:|---:|---:|---:|")
+w(f"| {len(scripts)} | {sum(1 for x in scripts if x[1] == 'passed')} | {len(checks)} | "
+  f"{sum(1 for x in checks if x[1] == 'passed')} |")
+w("")
+w("Scripts tried: " + ", ".join(f"`{x[0].split('/')[-1]}`" for x in scripts) + ".")
+w("")
+w('| script | what it tries | outcome |')
+w('|---|---|---|')
+w('| `os_exit` | `os.exit(3)` in `GetStaticData` | that call fails: `os.exit is not available to description scripts` |')
+w('| `io_open`, `io_popen`, `os_execute`, `os_remove`, `require_io`, `debug_sethook` | files, programs, the hook | that call fails, naming the function |')
+w('| `endless_loop_in_urn` | `while true do end` in a URN function | download fails: budget exceeded, mutex released |')
+w('| `loop_catching_budget` | `pcall` around the loop, in a loop | download fails: the error is raised again at every instruction |')
+w('| `loop_in_coroutine` | loops in coroutines resumed by a loop | download fails: coroutines inherit the count |')
+w('| `globals_index_loop` | an `__index` on `_G` that loops when a global is looked up | download fails: the lookup runs inside the protected call |')
+w('| `showif_recursion` | endless recursion in a ShowIf function | download fails: budget exceeded |')
+w('| `looping_gc`, `gc_on_result` | a `__gc` that loops; one added after `setmetatable` | that call fails (`__gc metamethods are not available …`); a late `__gc` is no finalizer |')
+w('| `gc_stopped` | garbage on every download, then `collectgarbage("stop")` | that call fails (`collectgarbage("stop") is not available …`); the garbage is collected as usual |')
+w('| `memory_hog` | fills memory inside `pcall` | download fails with `std::bad_alloc`; the interpreter is collected |')
+w('| `nul_in_keys`, `nul_in_urn`, `nul_in_static_data` | texts with NUL bytes | read as values of the wrong type, one WARN line each |')
+w('| `error_table`, `error_nil` | a table with a looping `__tostring`, and nil, as error objects | that call fails; `__tostring` is never run |')
+w('| `yield_outside_coroutine`, `yield_in_showif` | `coroutine.yield` from a call of the plug-in | that call fails: `attempt to yield from outside a coroutine` |')
+w('| `metatables_on_results` | returned tables whose metamethods loop | completes with the good document: the tables are read raw |')
+w("")
 
 # ---- memory
 growth = load("memory-growth.json") or []

@@ -3,6 +3,7 @@
 // through environment variables read when a handler is created.
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Korvex::luaknxdownloadhandler {
 
@@ -10,17 +11,30 @@ namespace Korvex::luaknxdownloadhandler {
 /// is some tens of MiB), yet a bound on what a runaway script can make the
 /// builder hold.
 inline constexpr std::size_t kDefaultMaxDocumentBytes = 256U * 1024U * 1024U;
+/// Lua instructions one script call may run: 1,000 times the most expensive
+/// call of the largest generated download (1,754, bench/script_limits.cpp),
+/// rounded up (docs/description-scripts.md).
+inline constexpr std::uint64_t kDefaultScriptMaxInstructions = 2'000'000;
+/// Bytes the script's interpreter may hold. 1,000 times the peak of a
+/// 255 x 255 x 4 download (2.2 MB) would be gigabytes, so it is capped at what
+/// a 32-bit panel can spare; the 255 x 255 x 100 download peaks at 67.5 MB.
+inline constexpr std::size_t kDefaultScriptMaxMemory = 128U * 1024U * 1024U;
 
-/// Environment variable of the document size limit, a decimal byte count.
+/// Environment variables, each a decimal number.
 inline constexpr const char* kMaxDocumentBytesVariable = "LKDH_MAX_DOCUMENT_BYTES";
+inline constexpr const char* kScriptMaxInstructionsVariable = "LKDH_SCRIPT_MAX_INSTRUCTIONS";
+inline constexpr const char* kScriptMaxMemoryVariable = "LKDH_SCRIPT_MAX_MEMORY";
 
 struct HandlerLimits {
   /// The largest etsproject text a download may produce; a larger one fails.
   std::size_t maxDocumentBytes = kDefaultMaxDocumentBytes;
+  std::uint64_t scriptMaxInstructions = kDefaultScriptMaxInstructions;  // 0: no bound
+  std::size_t scriptMaxMemory = kDefaultScriptMaxMemory;                // 0: no bound
 };
 
 /// The defaults, with each variable that is set to a valid value applied. An
-/// invalid value keeps the default and is reported at TRACE.
+/// invalid value keeps the default and is reported at TRACE: the handler's
+/// creation logs nothing above it.
 HandlerLimits ReadHandlerLimits();
 
 }  // namespace Korvex::luaknxdownloadhandler

@@ -27,6 +27,19 @@ struct Interpreter {
   std::mutex& mutex;
   int& status;
   std::string& message;
+  const char*& query;  // the function whose result the readers read, for their warnings
+};
+
+// Names the running query for the readers' warnings, and no longer after it.
+class QueryName {
+ public:
+  QueryName(const char*& slot, const char* name) : m_slot(slot) { m_slot = name; }
+  ~QueryName() { m_slot = ""; }
+  QueryName(const QueryName&) = delete;
+  QueryName& operator=(const QueryName&) = delete;
+
+ private:
+  const char*& m_slot;
 };
 
 // The status text is streamed as a const char*: when it is null the stream
@@ -39,10 +52,11 @@ std::string FailureLine(const std::string& head, int status, const std::string& 
 
 /// The call protocol of the table queries: the global function name with at
 /// most one integer argument, one result read by read() under the mutex.
-template <typename Result, typename Run, typename Read, typename SetError>
+template <typename Result, typename Push, typename Run, typename Read, typename SetError>
 Result CallTableFunction(Interpreter wrapper, const std::string& name,
                          std::initializer_list<std::uint32_t> arguments, Result failure,
-                         Run&& protectedCall, Read&& read, SetError&& setErrorMessage) {
+                         Push&& pushGlobalFunction, Run&& protectedCall, Read&& read,
+                         SetError&& setErrorMessage) {
   std::lock_guard<std::mutex> lock(wrapper.mutex);
   wrapper.status = LUA_OK;
   wrapper.message.clear();
@@ -53,13 +67,15 @@ Result CallTableFunction(Interpreter wrapper, const std::string& name,
   }
   // Declared after the lock, so the stack is restored before the mutex is free.
   lux::StackHeightGuard guard(state);
-  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 1);
-  lua_getglobal(state, name.c_str());
+  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 3);
+  // A metatable on _G runs script code: such a lookup runs inside the protected call.
+  const int extra = pushGlobalFunction(name.c_str());
   for (const std::uint32_t argument : arguments) {
     lua_pushinteger(state, static_cast<lua_Integer>(argument));
   }
-  wrapper.status = protectedCall(static_cast<int>(arguments.size()), 1);
+  wrapper.status = protectedCall(static_cast<int>(arguments.size()) + extra, 1, name.c_str());
   if (wrapper.status == LUA_OK) {
+    QueryName query(wrapper.query, name.c_str());
     Result result = read();
     lua_settop(state, -2);
     return result;
@@ -89,6 +105,11 @@ Args OneResult(int kind) {
 
 LuxHelper::~LuxHelper() { Release(); }
 
+void LuxHelper::SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory) {
+  SetInstructionLimit(maxInstructions);
+  SetMemoryLimit(maxMemory);
+}
+
 bool LuxHelper::Load(const std::string& scriptPath) {
   // A failed Initialize shows as "Initialization missing." from the load.
   Initialize();
@@ -106,9 +127,12 @@ bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
   return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIndexForUrns",
-      {typeId}, PropertyInfo{},
-      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
+      "GetPropertyIndexForUrns", {typeId}, PropertyInfo{},
+      [this](const char* name) { return PushGlobalFunction(name); },
+      [this](int arguments, int results, const char* name) {
+        return ProtectedCall(arguments, results, name);
+      },
       [this] { return FillProperty(); }, [this] { SetErrorMessage(); });
 }
 
@@ -156,25 +180,33 @@ boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIn
 
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
   return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetParametersFromChannelTypeId",
-      {channelTypeId}, std::vector<LuaParameter>{},
-      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
+      "GetParametersFromChannelTypeId", {channelTypeId}, std::vector<LuaParameter>{},
+      [this](const char* name) { return PushGlobalFunction(name); },
+      [this](int arguments, int results, const char* name) {
+        return ProtectedCall(arguments, results, name);
+      },
       [this] { return GetLuaParameters(); }, [this] { SetErrorMessage(); });
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
   return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetPropertyIds", {},
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetPropertyIds", {},
       std::map<std::string, PropertyInfo>{},
-      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      [this](const char* name) { return PushGlobalFunction(name); },
+      [this](int arguments, int results, const char* name) {
+        return ProtectedCall(arguments, results, name);
+      },
       [this] { return InGetPropertyIds(); }, [this] { SetErrorMessage(); });
 }
 
 std::vector<LuxStaticData> LuxHelper::GetStaticData() {
   return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage}, "GetStaticData", {},
-      std::vector<LuxStaticData>{},
-      [this](int arguments, int results) { return ProtectedCall(arguments, results); },
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetStaticData", {},
+      std::vector<LuxStaticData>{}, [this](const char* name) { return PushGlobalFunction(name); },
+      [this](int arguments, int results, const char* name) {
+        return ProtectedCall(arguments, results, name);
+      },
       [this] { return InGetStaticData(); }, [this] { SetErrorMessage(); });
 }
 
@@ -203,7 +235,7 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
   lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
   PushArguments(args);
   Args results = OneResult(Arg::Boolean);
-  m_status = ProtectedCall(static_cast<int>(count), 1);
+  m_status = ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
   if (m_status == LUA_OK) {
     PopReturnValues(results);
     return static_cast<bool>(results[0]);

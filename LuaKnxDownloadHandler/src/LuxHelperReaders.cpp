@@ -5,10 +5,13 @@
 
 #include "LuxHelperStack.h"
 
+#include <log4cplus/loggingmacros.h>
+
 #include <lua.hpp>
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -22,27 +25,64 @@ namespace {
 // may use (about 4 Lua slots and two C++ frames per level).
 constexpr int kMaxStaticDataDepth = 1000;
 
-// Per thread, since a reader runs on the thread of its query and holds the
-// bridge's mutex; two bridges on two threads count apart.
-thread_local int t_staticDataDepth = 0;
-
+// Counted by the bridge, whose mutex the reader holds.
 class StaticDataDepth {
  public:
-  StaticDataDepth() {
-    if (t_staticDataDepth >= kMaxStaticDataDepth) {
+  explicit StaticDataDepth(int& depth) : m_depth(depth) {
+    if (m_depth >= kMaxStaticDataDepth) {
       throw std::runtime_error("Static data of the script is nested deeper than " +
                                std::to_string(kMaxStaticDataDepth) + " levels.");
     }
-    ++t_staticDataDepth;
+    ++m_depth;
   }
-  ~StaticDataDepth() { --t_staticDataDepth; }
+  ~StaticDataDepth() { --m_depth; }
   StaticDataDepth(const StaticDataDepth&) = delete;
   StaticDataDepth& operator=(const StaticDataDepth&) = delete;
+
+ private:
+  int& m_depth;
 };
+
+// The text with its NUL bytes shown as \0, for a log line.
+std::string Printable(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    if (c == '\0') {
+      shown += "\\0";
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
+bool HasNul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+
+void WarnNul(const char* query, const std::string& what, std::string_view text) {
+  LOG4CPLUS_WARN(ovslua::Lua::sm_logger, "Script function '"
+                                             << query << "' gave a text with a NUL byte for "
+                                             << what << ": '" << Printable(text)
+                                             << "'; it is read as a value of the wrong type.");
+}
 
 // The low 32 bits of a Lua integer, as the unsigned value.
 std::uint32_t Low32(lua_Integer value) {
   return static_cast<std::uint32_t>(static_cast<lua_Unsigned>(value));
+}
+
+// The value at the top as text when it is one (lua_isstring); false for a text
+// with a NUL byte, which is read as a value of the wrong type and warned about.
+bool TextValue(lua_State* state, std::string& text, const char* query, const char* what) {
+  if (lua_isstring(state, -1) == 0) return false;
+  std::size_t length = 0;
+  const char* data = lua_tolstring(state, -1, &length);
+  // XML cannot carry a NUL byte; cutting the text there would change its meaning unseen.
+  if (std::memchr(data, '\0', length) != nullptr) {
+    WarnNul(query, std::string("'") + what + "'", std::string_view(data, length));
+    return false;
+  }
+  text = std::string(data, length);
+  return true;
 }
 
 }  // namespace
@@ -77,9 +117,13 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
   while (lua_next(state, -2) != 0) {
     std::string_view key;
     if (lux::KeyAsText(state, key) && lua_type(state, -1) == LUA_TTABLE) {
-      std::string name(key);
-      // emplace keeps the first entry under a name.
-      propertyIds.emplace(std::move(name), FillProperty());
+      if (HasNul(key)) {
+        WarnNul(m_query, "a setting name", key);
+      } else {
+        std::string name(key);
+        // emplace keeps the first entry under a name.
+        propertyIds.emplace(std::move(name), FillProperty());
+      }
     }
     lua_pop(state, 1);
   }
@@ -114,9 +158,9 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
       if (lux::KeyAsText(state, key)) {
         const int type = lua_type(state, -1);
         if (key == "Key") {
-          if (lua_isstring(state, -1) != 0) parameter.key = lux::ValueText(state);
+          TextValue(state, parameter.key, m_query, "Key");
         } else if (key == "Type") {
-          if (lua_isstring(state, -1) != 0) parameter.type = lux::ValueText(state);
+          TextValue(state, parameter.type, m_query, "Type");
         } else if (key == "Property") {
           if (type == LUA_TTABLE) parameter.property = FillProperty();
         } else if (key == "Digits") {
@@ -176,7 +220,7 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
           if (key == "Id") {
             if (lua_type(state, -1) == LUA_TTABLE) entry.id = FillProperty();
           } else if (key == "Type") {
-            if (lua_isstring(state, -1) != 0) entry.type = lux::ValueText(state);
+            TextValue(state, entry.type, m_query, "Type");
           }
         }
         lua_pop(state, 1);
@@ -191,13 +235,17 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
   std::vector<LuxStaticData> staticData;
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state)) return staticData;
-  const StaticDataDepth depth;
+  const StaticDataDepth depth(m_staticDataDepth);
   lux::EnsureStack(state, 2);
   lua_pushnil(state);
   while (lua_next(state, -2) != 0) {
     std::string_view key;
     if (lux::KeyAsText(state, key) && lua_type(state, -1) == LUA_TTABLE) {
-      FillLuxStaticData(staticData, std::string(key));
+      if (HasNul(key)) {
+        WarnNul(m_query, "the name of a static-data entry", key);
+      } else {
+        FillLuxStaticData(staticData, std::string(key));
+      }
     }
     lua_pop(state, 1);
   }
@@ -222,7 +270,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
           // Engaged for any table, an empty one included.
           if (type == LUA_TTABLE) entry.enabledProperty = FillProperty();
         } else if (key == "Type") {
-          if (lua_isstring(state, -1) != 0) entry.type = lux::ValueText(state);
+          TextValue(state, entry.type, m_query, "Type");
         } else if (key == "Parameters") {
           if (type == LUA_TTABLE) entry.parameters = GetLuaParameters();
         } else if (key == "SubData") {

@@ -49,11 +49,4 @@ inline bool KeyAsText(lua_State* state, std::string_view& key) {
   return true;
 }
 
-/// The value at the top as text (a number becomes its text), embedded zeros kept.
-inline std::string ValueText(lua_State* state) {
-  std::size_t length = 0;
-  const char* text = lua_tolstring(state, -1, &length);
-  return text != nullptr ? std::string(text, length) : std::string();
-}
-
 }  // namespace Korvex::luaknxdownloadhandler::lux

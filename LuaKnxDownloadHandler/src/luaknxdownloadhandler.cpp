@@ -46,8 +46,10 @@ void LogCaught(const char* head, const char* what) noexcept {
 }  // namespace
 
 LuaKnxDownloadHandler::LuaKnxDownloadHandler(const std::string& configuration) {
+  // Before the script's top level runs: it runs under the same limits as every call.
   const luaknxdownloadhandler::HandlerLimits limits = luaknxdownloadhandler::ReadHandlerLimits();
   m_maxDocumentBytes = limits.maxDocumentBytes;
+  m_luxHelper.SetLimits(limits.scriptMaxInstructions, limits.scriptMaxMemory);
   std::vector<std::string> fields;
   boost::algorithm::split(fields, configuration, boost::algorithm::is_any_of(";"));
   if (fields.size() >= 2) {

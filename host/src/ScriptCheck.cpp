@@ -48,6 +48,7 @@ std::string WhenItFails(const std::string& name) {
 
 ScriptCheckResult Checker::Run() {
   try {
+    CheckEnvironment();
     if (Start()) {
       m_knowledge.loaded = true;
       CheckPresence();

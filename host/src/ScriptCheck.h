@@ -13,10 +13,12 @@
 
 namespace lkdh::host {
 
+// The plug-in's default budgets, so that what passes here also runs on the device.
+
 /// A call that runs longer than this many Lua instructions is stopped.
-inline constexpr int kInstructionLimit = 10'000'000;
+inline constexpr int kInstructionLimit = 2'000'000;
 /// The interpreter may not hold more than this; a script that wants more is stopped.
-inline constexpr std::size_t kScriptMemoryLimit = 256U * 1024U * 1024U;
+inline constexpr std::size_t kScriptMemoryLimit = 128U * 1024U * 1024U;
 
 struct ScriptCheckInput {
   std::string scriptPath;

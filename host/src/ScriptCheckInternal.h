@@ -149,6 +149,7 @@ class Checker {
   // --- Set-up (ScriptCheckInterpreter.cpp) ------------------------------------
 
   bool Start();
+  void CheckEnvironment();
 
   // --- Reporting (ScriptCheck.cpp) ----------------------------------------------
 

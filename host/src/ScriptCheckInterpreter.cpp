@@ -6,7 +6,9 @@
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -63,10 +65,6 @@ int PrintToStandardError(lua_State* state) {
   return 0;
 }
 
-int RefuseExit(lua_State* state) {
-  return luaL_error(state, "os.exit would end the device's host process");
-}
-
 // Numbers (integers first) in ascending order, then strings byte-wise: lua_next's
 // order of a hash part changes from run to run, the findings must not.
 bool KeyBefore(const Key& a, const Key& b) {
@@ -79,9 +77,142 @@ bool KeyBefore(const Key& a, const Key& b) {
   return a.text < b.text;
 }
 
+// One token of the script's text that matters for finding library uses.
+struct Token {
+  enum Kind { Name, Dot, Colon, Other } kind = Other;
+  std::string text;
+  int line = 0;
+};
+
+bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; }
+bool IsNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; }
+
+// At source[at] == '[': the level of a long bracket "[==[" (the number of '='),
+// or -1 when none starts there.
+int LongBracketLevel(const std::string& source, std::size_t at) {
+  std::size_t i = at + 1;
+  while (i < source.size() && source[i] == '=') ++i;
+  return i < source.size() && source[i] == '[' ? static_cast<int>(i - at - 1) : -1;
+}
+
+// Skips a long string or comment opened at source[at] with the given level;
+// returns the index after it, counting the lines it spans.
+std::size_t SkipLong(const std::string& source, std::size_t at, int level, int& line) {
+  const std::string close = "]" + std::string(static_cast<std::size_t>(level), '=') + "]";
+  const std::size_t end = source.find(close, at + static_cast<std::size_t>(level) + 2);
+  const std::size_t stop = end == std::string::npos ? source.size() : end + close.size();
+  line += static_cast<int>(std::count(source.begin() + static_cast<std::ptrdiff_t>(at),
+                                      source.begin() + static_cast<std::ptrdiff_t>(stop), '\n'));
+  return stop;
+}
+
+// Names, dots and colons of the source, without comments and strings.
+std::vector<Token> Tokens(const std::string& source) {
+  std::vector<Token> tokens;
+  int line = 1;
+  std::size_t i = 0;
+  if (source.rfind("#", 0) == 0) i = source.find('\n');  // a "#!" first line
+  while (i < source.size()) {
+    const char c = source[i];
+    if (c == '\n') {
+      ++line;
+      ++i;
+    } else if (c == '-' && i + 1 < source.size() && source[i + 1] == '-') {
+      const int level =
+          i + 2 < source.size() && source[i + 2] == '[' ? LongBracketLevel(source, i + 2) : -1;
+      if (level >= 0) {
+        i = SkipLong(source, i + 2, level, line);
+      } else {
+        i = source.find('\n', i);
+      }
+    } else if (c == '[' && LongBracketLevel(source, i) >= 0) {
+      i = SkipLong(source, i, LongBracketLevel(source, i), line);
+      tokens.push_back({Token::Other, "string", line});
+    } else if (c == '"' || c == '\'') {
+      ++i;
+      while (i < source.size() && source[i] != c && source[i] != '\n') {
+        if (source[i] == '\\' && i + 1 < source.size()) {
+          if (source[i + 1] == '\n') ++line;
+          ++i;
+        }
+        ++i;
+      }
+      ++i;
+      tokens.push_back({Token::Other, "string", line});
+    } else if (IsNameStart(c)) {
+      const std::size_t start = i;
+      while (i < source.size() && IsNameChar(source[i])) ++i;
+      tokens.push_back({Token::Name, source.substr(start, i - start), line});
+    } else if (c == '.' && i + 1 < source.size() && source[i + 1] == '.') {
+      while (i < source.size() && source[i] == '.') ++i;
+      tokens.push_back({Token::Other, "..", line});
+    } else if (c == '.') {
+      ++i;
+      tokens.push_back({Token::Dot, ".", line});
+    } else if (c == ':' && i + 1 < source.size() && source[i + 1] == ':') {
+      i += 2;
+      tokens.push_back({Token::Other, "::", line});
+    } else if (c == ':') {
+      ++i;
+      tokens.push_back({Token::Colon, ":", line});
+    } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
+      ++i;
+    } else {
+      ++i;
+      tokens.push_back({Token::Other, std::string(1, c), line});
+    }
+    if (i == std::string::npos) break;
+  }
+  return tokens;
+}
+
+// Whether library.member is offered to description scripts.
+bool Offered(const std::string& library, const std::string& member) {
+  if (library == "os") {
+    return member == "time" || member == "date" || member == "clock" || member == "difftime";
+  }
+  if (library == "debug") return member == "traceback";
+  return false;  // io: nothing
+}
+
 }  // namespace
 
 // --- Set-up ----------------------------------------------------------------------
+
+// The plug-in's interpreter offers no io, of os only the clock and calendar, of
+// debug only traceback, and no __gc metamethods; a use of anything else fails
+// when it runs, so it is reported wherever it is written.
+void Checker::CheckEnvironment() {
+  std::ifstream in(m_input.scriptPath, std::ios::binary);
+  if (!in) return;  // the load reports it
+  const std::string source{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::vector<Token> tokens = Tokens(source);
+  for (std::size_t i = 0; i < tokens.size(); ++i) {
+    const Token& token = tokens[i];
+    if (token.kind != Token::Name) continue;
+    const bool member =
+        i > 0 && (tokens[i - 1].kind == Token::Dot || tokens[i - 1].kind == Token::Colon);
+    Context context;
+    context.place = Place{m_input.scriptPath, token.line};
+    if (token.text == "__gc") {
+      Report(Severity::Error, context,
+             "__gc metamethods are not available to description scripts: setmetatable raises an "
+             "error for a metatable with __gc");
+      continue;
+    }
+    if (member || (token.text != "io" && token.text != "os" && token.text != "debug") ||
+        i + 2 >= tokens.size() ||
+        (tokens[i + 1].kind != Token::Dot && tokens[i + 1].kind != Token::Colon) ||
+        tokens[i + 2].kind != Token::Name) {
+      continue;
+    }
+    if (!Offered(token.text, tokens[i + 2].text)) {
+      Report(Severity::Error, context,
+             token.text + "." + tokens[i + 2].text +
+                 " is not available to description scripts: using it raises an error");
+    }
+  }
+}
 
 bool Checker::Start() {
   if (!m_lua.Initialize() || m_lua.State() == nullptr) {
@@ -94,11 +225,6 @@ bool Checker::Start() {
 
   lua_pushcfunction(m_state, &PrintToStandardError);
   lua_setglobal(m_state, "print");
-  if (lua_getglobal(m_state, "os") == LUA_TTABLE) {
-    lua_pushcfunction(m_state, &RefuseExit);
-    lua_setfield(m_state, -2, "exit");
-  }
-  lua_pop(m_state, 1);
 
   // The top level runs under the same limits as every later call.
   m_budget.callExpired = false;

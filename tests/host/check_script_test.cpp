@@ -394,14 +394,14 @@ INSTANTIATE_TEST_SUITE_P(
                  "check_endless_loop.lua",
                  {},
                  {At("check_endless_loop.lua", 7) +
-                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "error: GetStaticData(): runs for more than 2000000 Lua instructions and was "
                   "stopped (an endless loop?): the download would hang"},
                  1},
         FlawCase{"EndlessLoopSkipsThePlugIn",
                  "check_endless_loop.lua",
                  {"--dump", kCheckDump},
                  {At("check_endless_loop.lua", 7) +
-                  "error: GetStaticData(): runs for more than 10000000 Lua instructions and was "
+                  "error: GetStaticData(): runs for more than 2000000 Lua instructions and was "
                   "stopped (an endless loop?): the download would hang"},
                  1},
         FlawCase{"PropertyNotInTheDownload",
@@ -412,7 +412,29 @@ INSTANTIATE_TEST_SUITE_P(
                   "(interface object 1, property 99) is not in the download: interface object 1 "
                   "has no property 99"},
                  0},
-        FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0}),
+        FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0},
+        FlawCase{"UnavailableLibraryFunctions",
+                 "check_unavailable_library.lua",
+                 {},
+                 {At("check_unavailable_library.lua", 5) +
+                      "error: io.open is not available to description scripts: using it raises "
+                      "an error",
+                  At("check_unavailable_library.lua", 6) +
+                      "error: os.execute is not available to description scripts: using it "
+                      "raises an error",
+                  At("check_unavailable_library.lua", 7) +
+                      "error: __gc metamethods are not available to description scripts: "
+                      "setmetatable raises an error for a metatable with __gc",
+                  At("check_unavailable_library.lua", 8) +
+                      "error: debug.getinfo is not available to description scripts: using it "
+                      "raises an error",
+                  At("check_unavailable_library.lua", 11) +
+                      "error: os.exit is not available to description scripts: using it raises "
+                      "an error",
+                  At("check_unavailable_library.lua", 11) +
+                      "warning: HandleDcsType(0-255): raises an error: os.exit is not available "
+                      "to description scripts: the plug-in logs an error and goes on"},
+                 1}),
     [](const ::testing::TestParamInfo<FlawCase>& param) { return std::string(param.param.name); });
 
 TEST_F(CheckScriptTest, EndlessLoopLeavesNoDocumentSummary) {

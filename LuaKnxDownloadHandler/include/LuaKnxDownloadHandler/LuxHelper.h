@@ -5,6 +5,7 @@
 
 #include <ovslua/Lua.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -17,8 +18,19 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   LuxHelper() = default;
   ~LuxHelper() override;
 
+  /// Bounds each script call to maxInstructions Lua instructions and the
+  /// interpreter to maxMemory bytes (0: no bound). Set before Load.
+  void SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory);
   /// Creates the interpreter and loads the script; the result is also kept.
   bool Load(const std::string& scriptPath);
+
+  // What the interpreter holds and has used (measurements, tests).
+  using ovslua::Lua::CollectGarbage;
+  using ovslua::Lua::LargestCallInstructions;
+  using ovslua::Lua::MemoryInUse;
+  using ovslua::Lua::PeakMemoryInUse;
+  using ovslua::Lua::SetInstructionStep;
+  using ovslua::Lua::TrackPeakMemory;
 
   bool IsThereUrnsByPropertyIndex(std::uint32_t typeId) override;
   PropertyInfo GetPropertyIndexForUrns(std::uint32_t typeId) override;
@@ -50,6 +62,8 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
 
  private:
   bool m_loaded = false;
+  const char* m_query = "";   // the query whose result the readers read
+  int m_staticDataDepth = 0;  // nesting of the static-data reader
 };
 
 }  // namespace Korvex::luaknxdownloadhandler

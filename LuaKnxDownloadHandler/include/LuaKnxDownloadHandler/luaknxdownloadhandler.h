@@ -36,6 +36,10 @@ class LuaKnxDownloadHandler : public IKnxDownloadHandler {
 
   /// The etsproject file this handler writes (diagnostics and tests).
   const std::string& GetEtsProjectPath() const noexcept { return m_etsProjectPath; }
+  /// Bytes the script's interpreter holds now (diagnostics and tests).
+  std::size_t ScriptMemoryInUse() const { return m_luxHelper.MemoryInUse(); }
+  /// Bytes it holds after a full collection: what the script really keeps.
+  std::size_t ScriptMemoryAfterCollection() { return m_luxHelper.CollectGarbage(); }
 
  private:
   bool m_loaded = false;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -95,7 +96,80 @@ void WarnOn(void* ud, const char* message, int toContinue) {
 
 }  // namespace
 
-Lua::Lua() = default;
+namespace detail {
+
+// The execution budget of the running call, shared by the count hook of every
+// thread of the interpreter (coroutines inherit the hook of their creator).
+struct ExecutionBudget {
+  std::uint64_t limit = 0;
+  std::uint64_t used = 0;
+  std::uint64_t largest = 0;
+  int step = 1000;
+  bool active = false;
+  bool exceeded = false;
+};
+
+}  // namespace detail
+
+namespace {
+
+// The registry key under which the interpreter keeps its budget's address.
+const char kBudgetKey = 0;
+
+// Counts a step of instructions; past the budget it raises an error, and from
+// then on raises at every instruction of every thread until the call returns,
+// so a script that catches the error (pcall in a loop, a coroutine) gets no
+// further. Outside a call (a collection between calls) it counts nothing.
+void CountInstructions(lua_State* state, lua_Debug* /*debug*/) {
+  lua_rawgetp(state, LUA_REGISTRYINDEX, &kBudgetKey);
+  auto* budget = static_cast<detail::ExecutionBudget*>(lua_touserdata(state, -1));
+  lua_pop(state, 1);
+  if (budget == nullptr || !budget->active) return;
+  // This thread's own step: a thread stopped in an earlier call still counts every instruction.
+  budget->used += static_cast<std::uint64_t>(lua_gethookcount(state));
+  if (budget->limit != 0 && budget->used > budget->limit) budget->exceeded = true;
+  if (budget->exceeded) {
+    if (lua_gethookcount(state) != 1) lua_sethook(state, &CountInstructions, LUA_MASKCOUNT, 1);
+    luaL_error(state, "exceeded the execution budget of %I instructions",
+               static_cast<LUAI_UACINT>(budget->limit));
+  }
+}
+
+// Looks up the global named by the light userdata below the arguments and calls
+// it with them, so that a metatable on _G runs inside the protected call.
+int CallGlobal(lua_State* state) {
+  const auto* name = static_cast<const char*>(lua_touserdata(state, 1));
+  lua_getglobal(state, name);
+  lua_replace(state, 1);
+  lua_callk(state, lua_gettop(state) - 1, LUA_MULTRET, 0, nullptr);
+  return lua_gettop(state);
+}
+
+// setmetatable, except that a metatable with a __gc field is refused: Lua runs
+// finalizers with hooks off, so the execution budget could not stop one.
+int SetMetatableWithoutFinalizer(lua_State* state) {
+  const int type = lua_type(state, 2);
+  luaL_checktype(state, 1, LUA_TTABLE);
+  luaL_argexpected(state, type == LUA_TNIL || type == LUA_TTABLE, 2, "nil or table");
+  if (type == LUA_TTABLE) {
+    lua_pushliteral(state, "__gc");
+    const bool finalizer = lua_rawget(state, 2) != LUA_TNIL;
+    lua_pop(state, 1);
+    if (finalizer) {
+      return luaL_error(state, "__gc metamethods are not available to description scripts");
+    }
+  }
+  if (luaL_getmetafield(state, 1, "__metatable") != LUA_TNIL) {
+    return luaL_error(state, "cannot change a protected metatable");
+  }
+  lua_settop(state, 2);
+  lua_setmetatable(state, 1);
+  return 1;
+}
+
+}  // namespace
+
+Lua::Lua() : m_budget(new detail::ExecutionBudget) {}
 
 Lua::~Lua() { Release(); }
 
@@ -103,8 +177,16 @@ namespace {
 
 const char* const kTextOnlyLoaders = R"lua(
 local rawload, rawloadfile = load, loadfile
-load = function(chunk, name, mode, env) return rawload(chunk, name, "t", env) end
-loadfile = function(file, mode, env) return rawloadfile(file, "t", env) end
+local select = select
+-- The environment only when one is given: an explicit nil would leave the chunk without globals.
+load = function(chunk, name, mode, ...)
+  if select("#", ...) > 0 then return rawload(chunk, name, "t", ...) end
+  return rawload(chunk, name, "t")
+end
+loadfile = function(file, mode, ...)
+  if select("#", ...) > 0 then return rawloadfile(file, "t", ...) end
+  return rawloadfile(file, "t")
+end
 dofile = function(file)
   local chunk = assert(rawloadfile(file, "t"))
   return chunk()
@@ -119,6 +201,41 @@ searchers[2] = function(name)
   local chunk, loadErr = rawloadfile(path, "t")
   if not chunk then error(loadErr, 0) end
   return chunk, path
+end
+)lua";
+
+// What a description script may use: the base library, string, table, math,
+// utf8, coroutine, of os only the clock and calendar, and of debug only
+// traceback. Everything else that could end the process, run programs or touch
+// files raises an error naming itself, so the author sees at once what is
+// missing. The stand-ins are also what require("io") and its kin return.
+const char* const kScriptEnvironment = R"lua(
+local error, pairs, rawset, setmetatable, tostring = error, pairs, rawset, setmetatable, tostring
+local function restricted(name, kept)
+  local library = {}
+  for key, value in pairs(kept) do rawset(library, key, value) end
+  return setmetatable(library, {
+    __index = function(_, key)
+      error(name .. "." .. tostring(key) .. " is not available to description scripts", 2)
+    end,
+    __metatable = false,
+  })
+end
+local os, debug = os, debug
+local loaded = package.loaded
+local safeOs = restricted("os", {
+  time = os.time, date = os.date, clock = os.clock, difftime = os.difftime })
+local safeIo = restricted("io", {})
+local safeDebug = restricted("debug", { traceback = debug.traceback })
+_G.os, _G.io, _G.debug = safeOs, safeIo, safeDebug
+loaded.os, loaded.io, loaded.debug = safeOs, safeIo, safeDebug
+-- A stopped collector would let garbage pile up from one download to the next.
+local collect = collectgarbage
+collectgarbage = function(option, ...)
+  if option == "stop" then
+    error("collectgarbage(\"stop\") is not available to description scripts", 2)
+  end
+  return collect(option, ...)
 end
 )lua";
 
@@ -148,10 +265,15 @@ bool Lua::Initialize() {
     luaL_openlibs(state);
     // Scripts may load further source, never bytecode (crafted bytecode can
     // crash the interpreter) and never native code.
-    if (luaL_dostring(state, kTextOnlyLoaders) != LUA_OK) {
+    if (luaL_dostring(state, kTextOnlyLoaders) != LUA_OK ||
+        luaL_dostring(state, kScriptEnvironment) != LUA_OK) {
       throw LuaPanicError(lua_tostring(state, -1) != nullptr ? lua_tostring(state, -1)
-                                                             : "loader set-up failed");
+                                                             : "environment set-up failed");
     }
+    lua_pushcfunction(state, &SetMetatableWithoutFinalizer);
+    lua_setglobal(state, "setmetatable");
+    lua_pushlightuserdata(state, m_budget.get());
+    lua_rawsetp(state, LUA_REGISTRYINDEX, &kBudgetKey);
   } catch (const LuaPanicError& error) {
     lua_close(state);
     LOG4CPLUS_ERROR(sm_logger, "Initialize failed (" << error.what() << ").");
@@ -160,7 +282,21 @@ bool Lua::Initialize() {
   lua_settop(state, 0);
   m_luaState = state;
   m_pool = std::move(pool);
+  m_budget->step = m_instructionStep;
+  m_budget->largest = 0;
+  InstallBudgetHook();
   return true;
+}
+
+void Lua::InstallBudgetHook() const {
+  if (m_luaState == nullptr) return;
+  // Without a budget no hook at all: counting costs a little on every instruction.
+  if (m_instructionLimit != 0) {
+    lua_sethook(m_luaState, &CountInstructions, LUA_MASKCOUNT, m_budget->step);
+  } else {
+    lua_sethook(m_luaState, nullptr, 0, 0);
+  }
+  m_budget->limit = m_instructionLimit;
 }
 
 bool Lua::Load(const std::string& scriptPath) const {
@@ -172,19 +308,34 @@ bool Lua::Load(const std::string& scriptPath) const {
     return false;
   }
   StackRestorer restorer(m_luaState);
-  if (!lua_checkstack(m_luaState, 2)) {
+  if (!lua_checkstack(m_luaState, 3)) {
     m_status = LUA_ERRMEM;
     m_errorMessage = "no stack space";
   } else {
     // Mode "t": source text only, never precompiled chunks.
     int status = luaL_loadfilex(m_luaState, scriptPath.c_str(), "t");
+    bool overBudget = false;
+    bool outOfMemory = false;
     if (status == LUA_OK) {
-      status = lua_pcall(m_luaState, 0, 0, 0);
+      // The top level gets its own path (local path = ...), to find modules beside it.
+      lua_pushlstring(m_luaState, scriptPath.data(), scriptPath.size());
+      status = RunProtected(1, 0, overBudget, outOfMemory);
     }
     m_status = status;
     if (status != LUA_OK) {
       SetErrorMessage();
     }
+    // A top level stopped by its budget or short of memory has not run whole,
+    // also when it caught the error itself.
+    if (overBudget) {
+      m_status = LUA_ERRRUN;
+      m_errorMessage = "exceeded the execution budget of " + std::to_string(m_instructionLimit) +
+                       " instructions";
+    } else if (outOfMemory) {
+      m_status = LUA_ERRMEM;
+      m_errorMessage = "not enough memory";
+    }
+    if (overBudget || outOfMemory) CollectAfterFailure();
   }
   if (m_status != LUA_OK) {
     LOG4CPLUS_ERROR_STR(sm_logger, FailureLine("Load script '" + scriptPath + "' failed (",
@@ -205,19 +356,26 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   StackRestorer restorer(m_luaState);
   const std::size_t argumentCount = in.Count();
   const std::size_t resultCount = out.Count();
-  // The function and its arguments, and later its results, must fit on the stack.
-  const std::size_t needed = std::max(argumentCount + 1, resultCount);
+  // The lookup, the name and the arguments, and later the results, must fit on the stack.
+  const std::size_t needed = std::max(argumentCount + 3, resultCount);
   if (needed > static_cast<std::size_t>(INT_MAX) ||
       !lua_checkstack(m_luaState, static_cast<int>(needed))) {
     m_status = LUA_ERRRUN;
     m_errorMessage = "stack overflow (" + std::to_string(argumentCount) + " arguments, " +
                      std::to_string(resultCount) + " results)";
   } else {
-    lua_getglobal(m_luaState, name.c_str());
+    const int extra = PushGlobalFunction(name.c_str());
     PushArguments(in);
-    m_status = ProtectedCall(static_cast<int>(argumentCount), static_cast<int>(resultCount));
+    m_status = ProtectedCall(static_cast<int>(argumentCount) + extra, static_cast<int>(resultCount),
+                             name.c_str());
     if (m_status == LUA_OK) {
       PopReturnValues(out);
+      if (m_textWithNul >= 0) {
+        LOG4CPLUS_WARN(sm_logger, "Script function '"
+                                      << name << "' returned a text with a NUL byte as result "
+                                      << m_textWithNul + 1
+                                      << "; it is read as a value of the wrong type.");
+      }
       return true;
     }
     SetErrorMessage();
@@ -227,15 +385,83 @@ bool Lua::Call(const std::string& name, const Args& in, Args& out) const {
   return false;
 }
 
-int Lua::ProtectedCall(int argumentCount, int resultCount) const {
-  const std::size_t failuresBefore = m_pool ? m_pool->FailureCount() : 0;
-  const int status = lua_pcallk(m_luaState, argumentCount, resultCount, 0, 0, nullptr);
-  if (status == LUA_ERRMEM || (m_pool && m_pool->FailureCount() != failuresBefore)) {
-    m_status = LUA_ERRMEM;
-    m_errorMessage = "not enough memory";
-    throw std::bad_alloc();
+namespace {
+
+// lua_pcall under the budget, kept out of the exported members so that the
+// compiler can inline it into the calls: it runs once per script call.
+inline int RunUnderBudget(lua_State* state, detail::SmallBlockPool* pool,
+                          detail::ExecutionBudget& budget, bool budgeted, int argumentCount,
+                          int resultCount, bool& overBudget, bool& outOfMemory) {
+  const std::size_t failuresBefore = pool != nullptr ? pool->FailureCount() : 0;
+  // After a call that ran out, the main thread checks every instruction; back to steps.
+  if (budget.exceeded && budgeted) {
+    lua_sethook(state, &CountInstructions, LUA_MASKCOUNT, budget.step);
   }
+  budget.used = 0;
+  budget.exceeded = false;
+  budget.active = true;
+  const int status = lua_pcallk(state, argumentCount, resultCount, 0, 0, nullptr);
+  budget.active = false;
+  if (budget.used > budget.largest) budget.largest = budget.used;
+  overBudget = budget.exceeded;
+  outOfMemory = status == LUA_ERRMEM || (pool != nullptr && pool->FailureCount() != failuresBefore);
   return status;
+}
+
+}  // namespace
+
+int Lua::RunProtected(int argumentCount, int resultCount, bool& overBudget,
+                      bool& outOfMemory) const {
+  return RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0, argumentCount,
+                        resultCount, overBudget, outOfMemory);
+}
+
+void Lua::CollectAfterFailure() const {
+  // Bounded: scripts cannot set finalizers, so a collection runs no script code.
+  lua_gc(m_luaState, LUA_GCCOLLECT);
+}
+
+int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function, int refId) const {
+  const int base = lua_gettop(m_luaState) - argumentCount - 1;
+  bool overBudget = false;
+  bool outOfMemory = false;
+  const int status = RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0,
+                                    argumentCount, resultCount, overBudget, outOfMemory);
+  if (!overBudget && !outOfMemory) return status;
+  // What the call left is no answer; collected with the rest of its garbage.
+  lua_settop(m_luaState, std::max(base, 0));
+  CollectAfterFailure();
+  if (overBudget) {
+    m_status = LUA_ERRRUN;
+    std::ostringstream message;
+    message << "Script function ";
+    if (function != nullptr) {
+      message << "'" << function << "'";
+    } else {
+      message << "with ref id '" << refId << "'";
+    }
+    message << " exceeded the execution budget of " << m_instructionLimit << " instructions.";
+    m_errorMessage = message.str();
+    throw ExecutionBudgetExceeded(m_errorMessage);
+  }
+  m_status = LUA_ERRMEM;
+  m_errorMessage = "not enough memory";
+  throw std::bad_alloc();
+}
+
+int Lua::PushGlobalFunction(const char* name) const {
+  // Raw first: when the global is there, or _G has no metatable, this is what
+  // lua_getglobal gives, without running any script code.
+  lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, LUA_RIDX_GLOBALS);
+  lua_pushstring(m_luaState, name);
+  if (lua_rawget(m_luaState, -2) != LUA_TNIL || !lua_getmetatable(m_luaState, -2)) {
+    lua_remove(m_luaState, -2);
+    return 0;
+  }
+  lua_pop(m_luaState, 3);
+  lua_pushcfunction(m_luaState, &CallGlobal);
+  lua_pushlightuserdata(m_luaState, const_cast<char*>(name));
+  return 1;
 }
 
 void Lua::PushArguments(const Args& args) const {
@@ -272,6 +498,7 @@ void Lua::PushArguments(const Args& args) const {
 }
 
 void Lua::PopReturnValues(Args& results) const {
+  m_textWithNul = -1;
   const std::size_t count = results.Count();
   // Only values that are really there: reading below the stack bottom is undefined.
   if (m_luaState == nullptr || count == 0 ||
@@ -313,7 +540,13 @@ void Lua::PopReturnValues(Args& results) const {
         if (type == LUA_TSTRING) {
           std::size_t length = 0;
           const char* data = lua_tolstring(m_luaState, index, &length);
-          text.assign(data, length);
+          // No XML text can hold a NUL byte: such a string is no text, as a
+          // table would be no text, rather than one cut at its first NUL.
+          if (std::memchr(data, '\0', length) == nullptr) {
+            text.assign(data, length);
+          } else if (m_textWithNul < 0) {
+            m_textWithNul = position;
+          }
         } else if (type == LUA_TNUMBER && lua_checkstack(m_luaState, 1)) {
           // Converted on a copy, so the value on the stack keeps its type.
           lua_pushvalue(m_luaState, index);
@@ -382,6 +615,43 @@ void Lua::SetMemoryLimit(std::size_t bytes) {
 std::size_t Lua::MemoryInUse() const {
   std::lock_guard<std::mutex> lock(m_mutex);
   return m_pool ? m_pool->BytesInUse() : 0;
+}
+
+std::size_t Lua::CollectGarbage() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_luaState == nullptr) return 0;
+  CollectAfterFailure();
+  return m_pool ? m_pool->BytesInUse() : 0;
+}
+
+std::size_t Lua::PeakMemoryInUse() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_pool ? m_pool->PeakBytesInUse() : 0;
+}
+
+void Lua::TrackPeakMemory(bool track) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_luaState == nullptr || !m_pool) return;
+  m_pool->ResetPeak();
+  lua_setallocf(
+      m_luaState,
+      track ? &detail::SmallBlockPool::AllocateTrackingPeak : &detail::SmallBlockPool::Allocate,
+      m_pool.get());
+}
+
+void Lua::SetInstructionLimit(std::uint64_t instructions) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_instructionLimit = instructions;
+  InstallBudgetHook();
+}
+
+void Lua::SetInstructionStep(int instructions) noexcept {
+  m_instructionStep = std::max(instructions, 1);
+}
+
+std::uint64_t Lua::LargestCallInstructions() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_budget->largest;
 }
 
 void Lua::Release() {

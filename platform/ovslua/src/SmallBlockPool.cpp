@@ -71,6 +71,14 @@ void* SmallBlockPool::Allocate(void* ud, void* block, std::size_t oldSize,
   return result;
 }
 
+void* SmallBlockPool::AllocateTrackingPeak(void* ud, void* block, std::size_t oldSize,
+                                           std::size_t newSize) noexcept {
+  void* result = Allocate(ud, block, oldSize, newSize);
+  auto* pool = static_cast<SmallBlockPool*>(ud);
+  pool->m_peakBytesInUse = std::max(pool->m_peakBytesInUse, pool->m_bytesInUse);
+  return result;
+}
+
 void* SmallBlockPool::New(std::size_t size) noexcept {
   if (!IsSmall(size)) return std::malloc(size);
   const std::size_t sizeClass = ClassOf(size);

@@ -18,6 +18,10 @@ class SmallBlockPool {
   /// A lua_Alloc with the pool as ud: frees when newSize is 0, allocates when
   /// block is null (oldSize is then a type tag), resizes otherwise; null on failure.
   static void* Allocate(void* ud, void* block, std::size_t oldSize, std::size_t newSize) noexcept;
+  /// Allocate, also keeping the most the pool has held (for measurements; the
+  /// interpreter is switched to it, so that Allocate itself pays nothing).
+  static void* AllocateTrackingPeak(void* ud, void* block, std::size_t oldSize,
+                                    std::size_t newSize) noexcept;
 
   /// How many requests this pool could not satisfy since it was made. Lua may
   /// recover from a failed request (a script can even catch the error), so the
@@ -29,6 +33,9 @@ class SmallBlockPool {
   void SetLimit(std::size_t limit) noexcept { m_limit = limit; }
   /// What the interpreter holds, by the sizes it asked for.
   std::size_t BytesInUse() const noexcept { return m_bytesInUse; }
+  /// The most it has held at once while AllocateTrackingPeak was its allocator.
+  std::size_t PeakBytesInUse() const noexcept { return m_peakBytesInUse; }
+  void ResetPeak() noexcept { m_peakBytesInUse = m_bytesInUse; }
 
  private:
   // 8 bytes: the strictest alignment of any Lua object (lua_Number, lua_Integer,
@@ -75,6 +82,7 @@ class SmallBlockPool {
   std::size_t m_failures = 0;
   std::size_t m_limit = 0;
   std::size_t m_bytesInUse = 0;
+  std::size_t m_peakBytesInUse = 0;
 };
 
 }  // namespace ovslua::detail

@@ -1,5 +1,5 @@
 -- An interface object index written as a string.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 local allSettings = GetPropertyIds
 function GetPropertyIds()

@@ -1,5 +1,5 @@
 -- SubData written as a list.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 function GetStaticData()
   return {

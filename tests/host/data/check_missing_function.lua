@@ -1,4 +1,4 @@
 -- GetStaticData is gone.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 GetStaticData = nil

@@ -1,5 +1,5 @@
 -- A parameter whose property the download does not have.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 function GetParametersFromChannelTypeId(typeId)
   if typeId ~= SWITCH then return {} end

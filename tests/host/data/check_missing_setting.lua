@@ -1,5 +1,5 @@
 -- The settings table lacks the folder icons.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 local allSettings = GetPropertyIds
 function GetPropertyIds()

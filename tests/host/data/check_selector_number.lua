@@ -1,5 +1,5 @@
 -- IsThereUrnsByPropertyIndex answers with a number.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 function IsThereUrnsByPropertyIndex(typeId)
   return typeId == DIMMER and 1 or false

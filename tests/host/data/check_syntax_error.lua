@@ -1,4 +1,4 @@
 -- A typo that stops the script from loading.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 local broken = = 1

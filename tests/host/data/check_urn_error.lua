@@ -1,5 +1,5 @@
 -- A URN function that raises an error.
-dofile((debug.getinfo(1, "S").source:match("^@(.*/)") or "") .. "check_base.lua")
+dofile((select(1, ...):match("^(.*/)") or "") .. "check_base.lua")
 
 function GetChannelUrnByTypeId(typeId)
   if typeId == SWITCH then

@@ -16,11 +16,20 @@ namespace ovslua {
 
 namespace detail {
 class SmallBlockPool;
-}
+struct ExecutionBudget;
+}  // namespace detail
 
 /// Thrown out of the interpreter when Lua raises an error outside any protected
 /// call, where stock Lua would call abort() and take the host process down.
 class LuaPanicError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Thrown out of a call whose script ran past its execution budget, also when
+/// the script caught the budget's error: a script stopped half-way has given no
+/// answer, so the caller must not take one from it.
+class ExecutionBudgetExceeded : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -101,8 +110,10 @@ class Lua {
   Lua(const Lua&) = delete;
   Lua& operator=(const Lua&) = delete;
 
-  /// Creates the interpreter (closing any earlier one), opens the standard
-  /// libraries and installs the panic handler. False when Lua has no memory.
+  /// Creates the interpreter (closing any earlier one), opens the libraries a
+  /// description script needs (nothing that ends the process or touches files
+  /// beyond loading source modules) and installs the panic handler. False when
+  /// Lua has no memory.
   bool Initialize();
   /// Loads and runs the script file, source text only: precompiled bytecode is
   /// refused because crafted bytecode can crash the interpreter.
@@ -129,6 +140,26 @@ class Lua {
   std::size_t GetMemoryLimit() const noexcept { return m_memoryLimit; }
   /// What the interpreter holds now, in bytes (0 without one).
   std::size_t MemoryInUse() const;
+  /// The most the interpreter has held at once while peaks were tracked, in
+  /// bytes; tracking (for measurements) costs a little on every allocation.
+  std::size_t PeakMemoryInUse() const;
+  void TrackPeakMemory(bool track);
+  /// A full collection; then what the interpreter holds, in bytes (0 without one).
+  std::size_t CollectGarbage();
+
+  /// Bounds the Lua instructions one call may run (0: no bound); kept for
+  /// interpreters made later. Counted in steps of GetInstructionStep(); past the
+  /// bound every further step raises an error until the call returns, and the
+  /// call throws ExecutionBudgetExceeded.
+  void SetInstructionLimit(std::uint64_t instructions);
+  std::uint64_t GetInstructionLimit() const noexcept { return m_instructionLimit; }
+  /// Instructions between two checks of the budget (1 counts exactly; for
+  /// measurements). Takes effect at the next Initialize.
+  void SetInstructionStep(int instructions) noexcept;
+  int GetInstructionStep() const noexcept { return m_instructionStep; }
+  /// The most instructions one call has run since Initialize, counted in steps
+  /// (0 when no budget is set: nothing is counted then).
+  std::uint64_t LargestCallInstructions() const;
 
   static log4cplus::Logger sm_logger;
 
@@ -138,7 +169,21 @@ class Lua {
   /// interpreter could not get memory during the call, also when the script
   /// caught that error itself: the answer of a script that ran out of memory is
   /// not the script's answer, so the caller must not take it for one.
-  int ProtectedCall(int argumentCount, int resultCount) const;
+  /// Throws ExecutionBudgetExceeded when the call ran past its execution budget;
+  /// function (or, without it, the ShowIf refId) names the call in its message.
+  /// After either failure the interpreter is collected, so the next call starts
+  /// from what the script really keeps.
+  int ProtectedCall(int argumentCount, int resultCount, const char* function = nullptr,
+                    int refId = 0) const;
+  /// Pushes the global function name for a call. A global that is not there
+  /// raw while _G has a metatable is looked up by a pushed helper inside the
+  /// protected call instead, so that its __index runs protected and under the
+  /// budget; the name (which must outlive the call) is then pushed as one more
+  /// argument. Returns how many values beyond the function it pushed (0 or 1).
+  int PushGlobalFunction(const char* name) const;
+  /// Whether the last PopReturnValues found a string result with a NUL byte,
+  /// read as a value of the wrong type; its position from 0, or -1.
+  int TextWithNulPosition() const noexcept { return m_textWithNul; }
 
   lua_State* m_luaState = nullptr;
   mutable std::mutex m_mutex;
@@ -146,8 +191,17 @@ class Lua {
   mutable std::string m_errorMessage;
 
  private:
+  // pcall under the budget; reports whether the budget ran out or memory failed.
+  int RunProtected(int argumentCount, int resultCount, bool& overBudget, bool& outOfMemory) const;
+  void InstallBudgetHook() const;
+  void CollectAfterFailure() const;
+
   std::unique_ptr<detail::SmallBlockPool> m_pool;  // the interpreter's memory; outlives it
+  std::unique_ptr<detail::ExecutionBudget> m_budget;
   std::size_t m_memoryLimit = 0;
+  std::uint64_t m_instructionLimit = 0;
+  int m_instructionStep = 1000;
+  mutable int m_textWithNul = -1;
 };
 
 }  // namespace ovslua
