@@ -57,7 +57,9 @@ enum ExitCode : int {
 // nothing that needs memory itself; static destructors and exit handlers are
 // skipped, since they may need memory too. Output was flushed line by line.
 [[noreturn]] void ExitOutOfMemory() noexcept {
-  static const char kLine[] = "knx-download-host: out of memory\n";
+  // Led by a line break: a log line that ran out of memory half-way ends there
+  // instead of swallowing this one.
+  static const char kLine[] = "\nknx-download-host: out of memory\n";
   const ssize_t ignored = ::write(STDERR_FILENO, kLine, sizeof kLine - 1);
   static_cast<void>(ignored);
   ::_exit(kExitNoMemory);
