@@ -7,7 +7,6 @@
 
 #include <log4cplus/loggingmacros.h>
 
-#include <sstream>
 #include <string>
 
 namespace Korvex::luaknxdownloadhandler {
@@ -57,7 +56,12 @@ boost::optional<std::string> EtsXml::Create() {
 
   m_documentBytes = 0;
   detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
-  std::ostringstream stream;
+  detail::DocumentText text(m_maxDocumentBytes);
+  m_text = &text;
+  struct Detach {
+    EtsXml& xml;
+    ~Detach() { xml.m_text = nullptr; }
+  } detach{*this};
   {
     pugi::xml_document document;
     size.Element("xml");
@@ -72,9 +76,16 @@ boost::optional<std::string> EtsXml::Create() {
     CreateXmlRoot(document, version, deviceName);
 
     // Bounded by the same limit: the count above is only a lower bound.
-    detail::SaveDocument(document, stream, m_maxDocumentBytes);
-  }  // the tree is freed here, before the text is copied out of the stream
-  return stream.str();
+    if (text.Size() == 0) {
+      document.save(text, "  ", pugi::format_indent, pugi::encoding_utf8);
+    } else {
+      // The folders are written: what follows them comes after the mark.
+      const std::string rest = detail::SplitAtFolderMark(document, m_maxDocumentBytes).second;
+      text.write(rest.data(), rest.size());
+    }
+  }  // the tree is freed here
+  text.Check();
+  return text.Take();
 }
 
 void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::string& deviceName) {

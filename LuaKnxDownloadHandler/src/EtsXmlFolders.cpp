@@ -11,8 +11,32 @@ void EtsXml::CreateFolders(pugi::xml_node& root) {
   pugi::xml_node elements = detail::AppendElement(root, "elements");
   const unsigned int folderCount =
       GetUInt8WithId(m_propertyIds["NumberOfFolders"], m_interfaceObjects).value_or(0);
+  // Each folder is written and taken out of the tree once complete, so that the
+  // tree never holds more than one folder.
+  const bool writeAhead = m_text != nullptr && folderCount != 0;
+  std::size_t foldersStart = 0;
+  if (writeAhead) {
+    detail::AppendFolderMark(elements);
+    const std::string before = detail::SplitAtFolderMark(elements.root(), m_maxDocumentBytes).first;
+    m_text->write(before.data(), before.size());
+    foldersStart = m_text->Size();
+  }
   for (unsigned int folderIndex = 0; folderIndex < folderCount; ++folderIndex) {
     CreateFolder(elements, folderIndex);
+    if (!writeAhead) continue;
+    pugi::xml_node folder = elements.last_child();
+    m_text->Print(folder, 2);
+    elements.remove_child(folder);
+    // When the next folder of average size would not fit: room for the rest at
+    // that average, growing at most eightfold in case the first were not typical.
+    const std::size_t done = folderIndex + 1;
+    const std::size_t size = m_text->Size();
+    const std::size_t average = (size - foldersStart) / done;
+    if (done < folderCount && size + average + average / 8 > m_text->Capacity()) {
+      std::size_t expected = size + average * (folderCount - done);
+      expected += expected / 32 + 65536;
+      m_text->Expect(expected < size * 8 ? expected : size * 8);
+    }
   }
   // Static data follows the last folder in the same list, folders or not.
   CreateRootStaticData(elements);

@@ -24,37 +24,8 @@ bool Unnamed(const char* given, const char* stored) { return *given != '\0' && *
                            "\" to the etsproject document");
 }
 
-// Writes the text into the stream until the limit; never throws, since pugixml
-// does not expect its writer to: the outcome is asked for after the save.
-class LimitedStreamWriter final : public pugi::xml_writer {
- public:
-  LimitedStreamWriter(std::ostream& stream, std::size_t limit) : m_stream(stream), m_limit(limit) {}
-
-  void write(const void* data, std::size_t size) override {
-    if (m_exceeded || m_failed) return;
-    if (size > m_limit - m_written) {
-      m_exceeded = true;
-      return;
-    }
-    try {
-      m_stream.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-    } catch (...) {
-      m_failed = true;
-    }
-    if (!m_stream) m_failed = true;
-    m_written += size;
-  }
-
-  bool Exceeded() const noexcept { return m_exceeded; }
-  bool Failed() const noexcept { return m_failed; }
-
- private:
-  std::ostream& m_stream;
-  std::size_t m_limit;
-  std::size_t m_written = 0;
-  bool m_exceeded = false;
-  bool m_failed = false;
-};
+// No other comment is ever written, and '<' in a value is escaped: the mark is unique.
+constexpr std::string_view kFolderMark = "<!---->";
 
 }  // namespace
 
@@ -133,11 +104,66 @@ void DocumentBytes::Add(std::size_t bytes) {
   m_used += bytes;
 }
 
-void SaveDocument(const pugi::xml_document& document, std::ostream& stream, std::size_t limit) {
-  LimitedStreamWriter writer(stream, limit);
-  document.save(writer, "  ", pugi::format_indent, pugi::encoding_utf8);
-  if (writer.Exceeded()) throw DocumentTooLarge(limit);
-  if (writer.Failed() || !stream) throw std::bad_alloc();
+void DocumentText::write(const void* data, std::size_t size) {
+  if (m_exceeded || m_failed) return;
+  if (size > m_limit - m_written) {
+    m_exceeded = true;
+    return;
+  }
+  if (m_text.size() + size > m_text.capacity()) {
+    const std::size_t needed = m_text.size() + size;
+    if (!Reserve(needed + needed / 8) && !Reserve(needed)) {
+      m_failed = true;
+      return;
+    }
+  }
+  m_text.append(static_cast<const char*>(data), size);
+  m_written += size;
+}
+
+void DocumentText::Expect(std::size_t totalBytes) noexcept {
+  if (m_exceeded || m_failed || totalBytes <= m_text.capacity()) return;
+  Reserve(totalBytes);  // only a hint: without the memory, write() grows as needed
+}
+
+bool DocumentText::Reserve(std::size_t bytes) noexcept {
+  try {
+    // reserve() on a string would round a growth of less than double up to
+    // double: a new, empty string takes exactly what it is asked for.
+    std::string grown;
+    grown.reserve(bytes < m_limit ? bytes : m_limit);
+    grown.append(m_text);
+    m_text.swap(grown);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+void DocumentText::Print(const pugi::xml_node& node, unsigned int depth) {
+  node.print(*this, "  ", pugi::format_indent, pugi::encoding_utf8, depth);
+}
+
+void DocumentText::Check() const {
+  if (m_exceeded) throw DocumentTooLarge(m_limit);
+  if (m_failed) throw std::bad_alloc();
+}
+
+void AppendFolderMark(pugi::xml_node& elements) {
+  if (!elements.append_child(pugi::node_comment)) ThrowNotAdded("element", "comment");
+}
+
+std::pair<std::string, std::string> SplitAtFolderMark(const pugi::xml_node& document,
+                                                      std::size_t limit) {
+  DocumentText whole(limit);
+  whole.Print(document, 0);
+  whole.Check();
+  std::string text = whole.Take();
+  const std::size_t mark = text.find(kFolderMark);
+  if (mark == std::string::npos) throw std::logic_error("etsproject folder mark missing");
+  const std::size_t lineStart = text.rfind('\n', mark) + 1;
+  const std::size_t lineEnd = mark + kFolderMark.size() + 1;
+  return {text.substr(0, lineStart), text.substr(lineEnd)};
 }
 
 }  // namespace Korvex::luaknxdownloadhandler::detail

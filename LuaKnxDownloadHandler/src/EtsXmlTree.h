@@ -8,9 +8,10 @@
 #include <pugixml.hpp>
 
 #include <cstddef>
-#include <ostream>
 #include <stdexcept>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Korvex::luaknxdownloadhandler::detail {
 
@@ -69,9 +70,42 @@ class DocumentBytes {
   std::size_t m_limit;
 };
 
-/// Serialises document with the builder's format into stream; throws
-/// DocumentTooLarge when the text would exceed limit bytes (nothing more is
-/// written then), and std::bad_alloc when the stream could not take the text.
-void SaveDocument(const pugi::xml_document& document, std::ostream& stream, std::size_t limit);
+/// Appends the placeholder comment that marks where the folders' text goes;
+/// throws when pugixml had no memory for it.
+void AppendFolderMark(pugi::xml_node& elements);
+/// The printed tree of node split at the placeholder's line: the text before
+/// it and the text after it.
+std::pair<std::string, std::string> SplitAtFolderMark(const pugi::xml_node& document,
+                                                      std::size_t limit);
+
+/// The document text, written piece by piece as parts of the tree are complete.
+/// Never throws from write(), since pugixml does not expect its writer to: a
+/// text over the limit or without memory stops taking bytes, and Check() tells
+/// after the last piece. The buffer grows to an expected size given by the
+/// builder, else by an eighth, so that it is never twice the text.
+class DocumentText final : public pugi::xml_writer {
+ public:
+  explicit DocumentText(std::size_t limit) noexcept : m_limit(limit) {}
+
+  void write(const void* data, std::size_t size) override;
+  /// Makes room for about totalBytes of text at once (never beyond the limit).
+  void Expect(std::size_t totalBytes) noexcept;
+  /// Appends node, printed at depth with the builder's format.
+  void Print(const pugi::xml_node& node, unsigned int depth);
+  std::size_t Size() const noexcept { return m_written; }
+  std::size_t Capacity() const noexcept { return m_text.capacity(); }
+  /// Throws DocumentTooLarge or std::bad_alloc when the text is not whole.
+  void Check() const;
+  std::string Take() noexcept { return std::move(m_text); }
+
+ private:
+  bool Reserve(std::size_t bytes) noexcept;
+
+  std::string m_text;
+  std::size_t m_limit;
+  std::size_t m_written = 0;
+  bool m_exceeded = false;
+  bool m_failed = false;
+};
 
 }  // namespace Korvex::luaknxdownloadhandler::detail

@@ -184,6 +184,27 @@ TEST_F(BuilderFaultTest, DocumentOfExactlyTheLimitIsBuiltAndOneByteLessIsNot) {
   }
 }
 
+TEST_F(BuilderFaultTest, LimitCrossedInsideAFolderStillAsksTheScriptForEveryFunction) {
+  UseFoldersWithLongUrns(40);
+  const auto text = NewBuilder()->Create();
+  ASSERT_TRUE(text);
+  const Journal whole = journal;
+  journal.clear();
+  // Past the opening part but inside the folders' text, above the running lower bound.
+  const std::size_t limit = text->size() * 17 / 20;
+  ASSERT_GT(limit, text->find("<element name=\"Kitchen\""));
+  auto builder = NewBuilder();
+  builder->SetMaxDocumentBytes(limit);
+  try {
+    builder->Create();
+    ADD_FAILURE() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "etsproject exceeds the document size limit of " + std::to_string(limit) + " bytes.");
+  }
+  EXPECT_EQ(journal, whole);
+}
+
 TEST_F(BuilderFaultTest, LongScriptTextFailsBeforePugixmlTakesItsMemory) {
   // Six functions of which three have 1 MiB URNs: 6 MiB of text in the document.
   UseFoldersWithLongUrns(1024 * 1024);

@@ -17,6 +17,10 @@
 
 namespace Korvex::luaknxdownloadhandler {
 
+namespace detail {
+class DocumentText;
+}
+
 class EtsXml {
  public:
   /// All five arguments must outlive the builder; luxHelper must not be null.
@@ -57,7 +61,8 @@ class EtsXml {
   std::uint8_t m_maxTextCharCount = 0;
   std::uint8_t m_maxUrlCharCount = 0;
   std::size_t m_maxDocumentBytes;
-  std::size_t m_documentBytes = 0;  // a lower bound of the text built so far
+  std::size_t m_documentBytes = 0;         // a lower bound of the text built so far
+  detail::DocumentText* m_text = nullptr;  // set while Create() runs: folders are written ahead
 };
 
 }  // namespace Korvex::luaknxdownloadhandler
