@@ -25,7 +25,7 @@ scripts/fuzz.sh "$fuzz_seconds" || status=1
 echo "== Release build with tests and benchmarks"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DLKDH_BUILD_TESTS=ON -DLKDH_BUILD_HOST=ON \
   -DLKDH_BUILD_BENCHMARKS=ON -DLKDH_SANITIZE=OFF >/dev/null || exit 1
-cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler \
+cmake --build "$build" -j2 --target knx-download-host LuaKnxDownloadHandler LuaKnxDownloadHandlerCapture \
   reliability_crash_consistency_test reliability_fs_faults_test reliability_memory_growth_test \
   reliability_fs_real_faults_test platform_file_test plugin_bad_scripts_test lkdh_memory_growth \
   reliability_allocation_failure_test reliability_host_allocation_failure_test \
