@@ -105,6 +105,18 @@ Args OneResult(int kind) {
 
 LuxHelper::~LuxHelper() { Release(); }
 
+template <typename Result, typename Read>
+Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_t> arguments,
+                            Result failure, Read&& read) {
+  return CallTableFunction(
+      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, name, arguments,
+      std::move(failure), [this](const char* function) { return PushGlobalFunction(function); },
+      [this](int argumentCount, int resultCount, const char* function) {
+        return ProtectedCall(argumentCount, resultCount, function);
+      },
+      std::forward<Read>(read), [this] { SetErrorMessage(); });
+}
+
 void LuxHelper::SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory) {
   SetInstructionLimit(maxInstructions);
   SetMemoryLimit(maxMemory);
@@ -126,14 +138,8 @@ bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
 }
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
-  return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
-      "GetPropertyIndexForUrns", {typeId}, PropertyInfo{},
-      [this](const char* name) { return PushGlobalFunction(name); },
-      [this](int arguments, int results, const char* name) {
-        return ProtectedCall(arguments, results, name);
-      },
-      [this] { return FillProperty(); }, [this] { SetErrorMessage(); });
+  return CallTable("GetPropertyIndexForUrns", {typeId}, PropertyInfo{},
+                   [this] { return FillProperty(); });
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
@@ -179,35 +185,18 @@ boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIn
 }
 
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
-  return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query},
-      "GetParametersFromChannelTypeId", {channelTypeId}, std::vector<LuaParameter>{},
-      [this](const char* name) { return PushGlobalFunction(name); },
-      [this](int arguments, int results, const char* name) {
-        return ProtectedCall(arguments, results, name);
-      },
-      [this] { return GetLuaParameters(); }, [this] { SetErrorMessage(); });
+  return CallTable("GetParametersFromChannelTypeId", {channelTypeId}, std::vector<LuaParameter>{},
+                   [this] { return GetLuaParameters(); });
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
-  return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetPropertyIds", {},
-      std::map<std::string, PropertyInfo>{},
-      [this](const char* name) { return PushGlobalFunction(name); },
-      [this](int arguments, int results, const char* name) {
-        return ProtectedCall(arguments, results, name);
-      },
-      [this] { return InGetPropertyIds(); }, [this] { SetErrorMessage(); });
+  return CallTable("GetPropertyIds", {}, std::map<std::string, PropertyInfo>{},
+                   [this] { return InGetPropertyIds(); });
 }
 
 std::vector<LuxStaticData> LuxHelper::GetStaticData() {
-  return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, "GetStaticData", {},
-      std::vector<LuxStaticData>{}, [this](const char* name) { return PushGlobalFunction(name); },
-      [this](int arguments, int results, const char* name) {
-        return ProtectedCall(arguments, results, name);
-      },
-      [this] { return InGetStaticData(); }, [this] { SetErrorMessage(); });
+  return CallTable("GetStaticData", {}, std::vector<LuxStaticData>{},
+                   [this] { return InGetStaticData(); });
 }
 
 bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) {

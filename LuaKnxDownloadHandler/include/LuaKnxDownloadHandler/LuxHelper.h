@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -61,6 +62,12 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
 
  private:
+  /// The table queries' call protocol on this bridge's interpreter: the global
+  /// function name with the arguments, one result read by read().
+  template <typename Result, typename Read>
+  Result CallTable(const char* name, std::initializer_list<std::uint32_t> arguments, Result failure,
+                   Read&& read);
+
   bool m_loaded = false;
   const char* m_query = "";   // the query whose result the readers read
   int m_staticDataDepth = 0;  // nesting of the static-data reader
