@@ -5,9 +5,18 @@
 #include "EtsXmlValueTypes.h"
 #include "Formats.h"
 
+#include <fmt/format.h>
+
 #include <string>
 
 namespace Korvex::luaknxdownloadhandler {
+
+std::string EtsXml::SlotName(unsigned int index) const {
+  // The slot as its folder and its position there, with the functionId the document gives it.
+  if (m_maxFunctionPerFolder == 0) return fmt::format("function slot {}", index);
+  return fmt::format("folder {}/function {} (functionId {})", index / m_maxFunctionPerFolder,
+                     index % m_maxFunctionPerFolder, index + 1);
+}
 
 void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
   const unsigned char channelType =
@@ -16,6 +25,7 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
     return;  // an unused slot leaves no trace
   }
   const std::uint32_t typeId = channelType;
+  if (m_diagnostics != nullptr) m_diagnostics->Enter(SlotName(index));
 
   detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
   size.Element("element");
@@ -65,8 +75,8 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
     return detail::FormatShared(s_nameNumberFormat, parameter.key, index);
   };
   for (const LuaParameter& parameter : m_luxHelper->GetParametersFromChannelTypeId(typeId)) {
-    if (detail::IsParameterShown(parameter, source, *m_luxHelper)) {
-      detail::WriteParameter(parameters, parameter, source, nameDefault, size);
+    if (detail::IsParameterShown(parameter, source, *m_luxHelper, m_diagnostics)) {
+      detail::WriteParameter(parameters, parameter, source, nameDefault, size, m_diagnostics);
     }
   }
 }

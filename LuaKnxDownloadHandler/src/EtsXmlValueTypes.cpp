@@ -11,9 +11,37 @@
 
 namespace Korvex::luaknxdownloadhandler::detail {
 
-// The type names are compared as string_views: lengths first, so most
-// mismatches cost no character comparison at all.
-using namespace std::string_view_literals;
+namespace {
+
+// The arguments as a ShowIf function got them, for a TRACE line.
+std::string ShowIfArgsText(const ovslua::Lua::Args& args) {
+  using Arg = ovslua::Lua::Args::Arg;
+  std::string text;
+  for (unsigned int position = 0; position < args.Count(); ++position) {
+    const Arg& arg = args[position];
+    if (position > 0) text += ", ";
+    switch (arg.GetKind()) {
+      case Arg::Boolean:
+        text += arg.GetBool() ? "true" : "false";
+        break;
+      case Arg::Integer:
+        text += std::to_string(arg.GetInt());
+        break;
+      case Arg::Unsigned:
+        text += std::to_string(arg.GetUnsigned());
+        break;
+      case Arg::Number:
+        text += fmt::format("{}", arg.GetDouble());
+        break;
+      default:
+        text += "'" + arg.GetText() + "'";
+        break;
+    }
+  }
+  return text;
+}
+
+}  // namespace
 
 ValueSource::ValueSource(const InterfaceObjectMap& interfaceObjects,
                          const KnxStack::BinaryData& memory, TextLimits limits,
@@ -83,110 +111,263 @@ std::string FixedPointText(float value, std::int32_t digits) {
   return fmt::format("{:.{}f}", value, precision);
 }
 
+namespace {
+
+// "interface object 1, property 51", as the script's tables name a property.
+std::string Address(PropertyInfo info) {
+  return fmt::format("interface object {}, property {}", info.InterfaceObjectId, info.PropertyId);
+}
+
+std::string Bytes(std::uint32_t count) {
+  return fmt::format("{} {}", count, count == 1 ? "byte" : "bytes");
+}
+
+// What is written, or passed, when the value cannot be read.
+const char* UnreadableConsequence(ValueType type) {
+  switch (type) {
+    case ValueType::Bool:
+      return "read as false";
+    case ValueType::Text:
+    case ValueType::Name:
+    case ValueType::Url:
+      return "read as the wrong-property-id text";
+    case ValueType::Generic20:
+      return "read as an empty text";
+    default:
+      return "read as 0";
+  }
+}
+
+void Report(Diagnostics& diagnostics, const Skip& where, SkipReason reason,
+            const std::string& detail) {
+  Skip skip = where;
+  skip.reason = reason;
+  const std::string text = std::string(where.detail) + detail;
+  skip.detail = text;
+  diagnostics.Report(skip);
+}
+
+}  // namespace
+
+void ValueSource::CheckRead(PropertyInfo info, const ValueTypeInfo& type, unsigned char limit,
+                            Diagnostics& diagnostics, const Skip& where) const {
+  const auto entry = m_interfaceObjects.find(info.InterfaceObjectId);
+  if (entry == m_interfaceObjects.end() || entry->second.empty() ||
+      entry->second.front() == nullptr) {
+    Report(diagnostics, where, SkipReason::UnreadableProperty,
+           fmt::format("there is no interface object {}: {} {}", info.InterfaceObjectId, type.name,
+                       UnreadableConsequence(type.type)));
+    return;
+  }
+  const KnxStack::IProperty* property = detail::FindProperty(info, m_interfaceObjects);
+  if (property == nullptr) {
+    Report(diagnostics, where, SkipReason::UnreadableProperty,
+           fmt::format("interface object {} has no property {}: {} {}", info.InterfaceObjectId,
+                       info.PropertyId, type.name, UnreadableConsequence(type.type)));
+    return;
+  }
+  std::uint32_t count = 0;
+  if (m_index && property->GetElementCount(count) && *m_index >= count) {
+    Report(diagnostics, where, SkipReason::UnreadableProperty,
+           fmt::format("{} has {} elements, none at index {}: {} {}", Address(info), count,
+                       *m_index, type.name, UnreadableConsequence(type.type)));
+    return;
+  }
+  const std::uint32_t size = property->GetElementSize();
+  if (size != type.bytes) {
+    Report(diagnostics, where,
+           size < type.bytes ? SkipReason::NarrowProperty : SkipReason::WideProperty,
+           fmt::format("{} reads {} but each element of {} holds {}: {}", type.name,
+                       Bytes(type.bytes), Address(info), Bytes(size),
+                       size < type.bytes ? "the value takes in the bytes after it"
+                                         : "the value is read from its first bytes only"));
+  }
+  if (type.type != ValueType::Text && type.type != ValueType::Name && type.type != ValueType::Url) {
+    return;
+  }
+  const boost::optional<unsigned int> address = UInt32(info);
+  if (!address) return;
+  const std::size_t available =
+      m_memory.GetRange(*address, std::size_t{limit} + 1).GetStringValue(0).size();
+  if (available > limit) {
+    Report(diagnostics, where, SkipReason::TextCut,
+           fmt::format("the {} at memory address {} is longer than its limit of {} characters: "
+                       "cut to {}",
+                       type.name, *address, static_cast<unsigned int>(limit),
+                       static_cast<unsigned int>(limit)));
+  }
+}
+
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
-                    const ValueSource& source, const NameDefault& nameDefault,
-                    DocumentBytes& size) {
+                    const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size,
+                    Diagnostics* diagnostics) {
+  const ValueTypeInfo* info = FindValueType(parameter.type);
+  if (info == nullptr) {
+    // Not ours to write: no element, and no message above TRACE.
+    if (diagnostics != nullptr) {
+      const std::string detail =
+          fmt::format("'{}' is no value type: the parameter is not written", parameter.type);
+      diagnostics->Report({SkipReason::UnknownValueType, "parameter", parameter.key, detail});
+    }
+    return;
+  }
   const char* key = parameter.key.c_str();
-  const std::string_view type = parameter.type;
   const PropertyInfo property = parameter.property;
   const TextLimits& limits = source.Limits();
+  const unsigned char limit = info->type == ValueType::Text   ? limits.text
+                              : info->type == ValueType::Name ? limits.name
+                                                              : limits.url;
+  if (diagnostics != nullptr) {
+    source.CheckRead(property, *info, limit, *diagnostics,
+                     {SkipReason::UnknownField, "parameter", parameter.key, {}});
+  }
   // A number is at least one character; a text is counted whole.
   const auto writeText = [&parameters, key, &parameter, &size](const std::string& text) {
     size.Parameter(parameter.key, text.size());
     AddParameter<std::string>(parameters, key, text);
   };
-  const auto countNumber = [&parameter, &size] { size.Parameter(parameter.key, 1); };
+  const auto writeNumber = [&parameters, key, &parameter, &size](auto value) {
+    size.Parameter(parameter.key, 1);
+    AddParameter<decltype(value)>(parameters, key, value);
+  };
 
-  if (type == "Bool"sv) {
-    const char* text = BoolText(source.Bool(property).value_or(false));
-    size.Parameter(parameter.key, std::char_traits<char>::length(text));
-    AddParameter<const char*>(parameters, key, text);
-  } else if (type == "Int8"sv) {
-    // signed char, not char: char is unsigned on the ARM target.
-    const auto value = static_cast<signed char>(source.UInt8(property).value_or(0));
-    countNumber();
-    AddParameter<signed char>(parameters, key, value);
-  } else if (type == "Int16"sv) {
-    const auto value = static_cast<short>(source.UInt16(property).value_or(0));
-    countNumber();
-    AddParameter<short>(parameters, key, value);
-  } else if (type == "Int32"sv) {
-    const auto value = static_cast<int>(source.UInt32(property).value_or(0U));
-    countNumber();
-    AddParameter<int>(parameters, key, value);
-  } else if (type == "UInt8"sv) {
-    const unsigned char value = source.UInt8(property).value_or(0);
-    countNumber();
-    AddParameter<unsigned char>(parameters, key, value);
-  } else if (type == "UInt16"sv) {
-    const unsigned short value = source.UInt16(property).value_or(0);
-    countNumber();
-    AddParameter<unsigned short>(parameters, key, value);
-  } else if (type == "UInt32"sv) {
-    const unsigned int value = source.UInt32(property).value_or(0U);
-    countNumber();
-    AddParameter<unsigned int>(parameters, key, value);
-  } else if (type == "Float16"sv) {
-    writeText(FixedPointText(source.Float16(property).value_or(0.0F), parameter.digits));
-  } else if (type == "Float32"sv) {
-    writeText(FixedPointText(source.Float32(property).value_or(0.0F), parameter.digits));
-  } else if (type == "Text"sv) {
-    writeText(source.MemoryString(property, limits.text, {}));
-  } else if (type == "Name"sv) {
-    writeText(source.MemoryString(property, limits.name, nameDefault(parameter)));
-  } else if (type == "Url"sv) {
-    writeText(source.MemoryString(property, limits.url, {}));
-  } else if (type == "GENERIC_20"sv) {
-    writeText(source.PropertyString(property, {}));
+  switch (info->type) {
+    case ValueType::Bool: {
+      const char* text = BoolText(source.Bool(property).value_or(false));
+      size.Parameter(parameter.key, std::char_traits<char>::length(text));
+      AddParameter<const char*>(parameters, key, text);
+      break;
+    }
+    case ValueType::Int8:
+      // signed char, not char: char is unsigned on the ARM target.
+      writeNumber(static_cast<signed char>(source.UInt8(property).value_or(0)));
+      break;
+    case ValueType::Int16:
+      writeNumber(static_cast<short>(source.UInt16(property).value_or(0)));
+      break;
+    case ValueType::Int32:
+      writeNumber(static_cast<int>(source.UInt32(property).value_or(0U)));
+      break;
+    case ValueType::UInt8:
+      writeNumber(static_cast<unsigned char>(source.UInt8(property).value_or(0)));
+      break;
+    case ValueType::UInt16:
+      writeNumber(static_cast<unsigned short>(source.UInt16(property).value_or(0)));
+      break;
+    case ValueType::UInt32:
+      writeNumber(static_cast<unsigned int>(source.UInt32(property).value_or(0U)));
+      break;
+    case ValueType::Float16:
+      writeText(FixedPointText(source.Float16(property).value_or(0.0F), parameter.digits));
+      break;
+    case ValueType::Float32:
+      writeText(FixedPointText(source.Float32(property).value_or(0.0F), parameter.digits));
+      break;
+    case ValueType::Text:
+    case ValueType::Url:
+      writeText(source.MemoryString(property, limit, {}));
+      break;
+    case ValueType::Name:
+      writeText(source.MemoryString(property, limit, nameDefault(parameter)));
+      break;
+    case ValueType::Generic20:
+      writeText(source.PropertyString(property, {}));
+      break;
   }
-  // Any other type name is not ours to write: no element, no message.
 }
 
 ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
-                                 const ValueSource& source) {
+                                 const ValueSource& source, Diagnostics* diagnostics,
+                                 const std::string& key) {
   using Arg = ovslua::Lua::Args::Arg;
   ovslua::Lua::Args args;
   const TextLimits& limits = source.Limits();
+  std::size_t position = 0;
   for (const auto& entry : entries) {
-    const std::string_view type = entry.type;
-    const PropertyInfo id = entry.id;
-    if (type == "Bool"sv) {
-      args += Arg::FromBool(source.Bool(id).value_or(false));
-    } else if (type == "Int8"sv) {
-      args += Arg::FromInt(static_cast<signed char>(source.UInt8(id).value_or(0)));
-    } else if (type == "Int16"sv) {
-      args += Arg::FromInt(static_cast<short>(source.UInt16(id).value_or(0)));
-    } else if (type == "Int32"sv) {
-      args += Arg::FromInt(static_cast<int>(source.UInt32(id).value_or(0U)));
-    } else if (type == "UInt8"sv) {
-      args += Arg::FromInt(source.UInt8(id).value_or(0));
-    } else if (type == "UInt16"sv) {
-      args += Arg::FromInt(source.UInt16(id).value_or(0));
-    } else if (type == "UInt32"sv) {
-      args += Arg::FromUnsigned(source.UInt32(id).value_or(0U));
-    } else if (type == "Float16"sv) {
-      args += Arg::FromDouble(static_cast<double>(source.Float16(id).value_or(0.0F)));
-    } else if (type == "Float32"sv) {
-      args += Arg::FromDouble(static_cast<double>(source.Float32(id).value_or(0.0F)));
-    } else if (type == "Text"sv) {
-      args += Arg::FromString(source.MemoryString(id, limits.text, {}));
-    } else if (type == "Name"sv) {
-      args += Arg::FromString(source.MemoryString(id, limits.name, "DefaultString"));
-    } else if (type == "GENERIC_20"sv) {
-      args += Arg::FromString(source.PropertyString(id, {}));
+    ++position;
+    const ValueTypeInfo* info = FindValueType(entry.type);
+    if (info == nullptr || !info->showIfArgument) {
+      // "Url" and unknown names give the function no argument.
+      if (diagnostics != nullptr) {
+        const std::string detail = fmt::format(
+            "ShowIf entry {}: '{}' gives the ShowIf function no argument, a later entry takes "
+            "its place",
+            position, entry.type);
+        diagnostics->Report({SkipReason::UnknownValueType, "parameter", key, detail});
+      }
+      continue;
     }
-    // "Url" and unknown names give the function no argument.
+    const PropertyInfo id = entry.id;
+    if (diagnostics != nullptr) {
+      const std::string prefix = fmt::format("ShowIf entry {}: ", position);
+      const unsigned char limit = info->type == ValueType::Text ? limits.text : limits.name;
+      source.CheckRead(id, *info, limit, *diagnostics,
+                       {SkipReason::UnknownField, "parameter", key, prefix});
+    }
+    switch (info->type) {
+      case ValueType::Bool:
+        args += Arg::FromBool(source.Bool(id).value_or(false));
+        break;
+      case ValueType::Int8:
+        args += Arg::FromInt(static_cast<signed char>(source.UInt8(id).value_or(0)));
+        break;
+      case ValueType::Int16:
+        args += Arg::FromInt(static_cast<short>(source.UInt16(id).value_or(0)));
+        break;
+      case ValueType::Int32:
+        args += Arg::FromInt(static_cast<int>(source.UInt32(id).value_or(0U)));
+        break;
+      case ValueType::UInt8:
+        args += Arg::FromInt(source.UInt8(id).value_or(0));
+        break;
+      case ValueType::UInt16:
+        args += Arg::FromInt(source.UInt16(id).value_or(0));
+        break;
+      case ValueType::UInt32:
+        args += Arg::FromUnsigned(source.UInt32(id).value_or(0U));
+        break;
+      case ValueType::Float16:
+        args += Arg::FromDouble(static_cast<double>(source.Float16(id).value_or(0.0F)));
+        break;
+      case ValueType::Float32:
+        args += Arg::FromDouble(static_cast<double>(source.Float32(id).value_or(0.0F)));
+        break;
+      case ValueType::Text:
+        args += Arg::FromString(source.MemoryString(id, limits.text, {}));
+        break;
+      case ValueType::Name:
+        args += Arg::FromString(source.MemoryString(id, limits.name, "DefaultString"));
+        break;
+      case ValueType::Generic20:
+        args += Arg::FromString(source.PropertyString(id, {}));
+        break;
+      case ValueType::Url:
+        break;
+    }
   }
   return args;
 }
 
 bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
-                      LuxHelperBase& luxHelper) {
+                      LuxHelperBase& luxHelper, Diagnostics* diagnostics) {
   if (parameter.showIf.propertyIds.empty()) {
     return true;
   }
-  ovslua::Lua::Args args = MakeShowIfArgs(parameter.showIf.propertyIds, source);
-  return luxHelper.CallShowIfFunction(parameter.showIf.functionRef, args);
+  ovslua::Lua::Args args =
+      MakeShowIfArgs(parameter.showIf.propertyIds, source, diagnostics, parameter.key);
+  const bool shown = luxHelper.CallShowIfFunction(parameter.showIf.functionRef, args);
+  if (!shown && diagnostics != nullptr) {
+    if (luxHelper.LastCallFailed()) {
+      diagnostics->Report({SkipReason::ShowIfFailed, "parameter", parameter.key,
+                           "its ShowIf function could not be called or raised an error (the "
+                           "ERROR line before says which): the parameter is not written"});
+    } else {
+      const std::string detail = "its ShowIf function answered false to (" + ShowIfArgsText(args) +
+                                 "): the parameter is not written";
+      diagnostics->Report({SkipReason::ShowIfHidden, "parameter", parameter.key, detail});
+    }
+  }
+  return shown;
 }
 
 }  // namespace Korvex::luaknxdownloadhandler::detail

@@ -3,9 +3,11 @@
 // "parameter" element and handed to a ShowIf function. Shared by the function
 // writer (array elements of a slot) and the static-data writer (whole properties).
 
+#include <LuaKnxDownloadHandler/Diagnostics.h>
 #include <LuaKnxDownloadHandler/LuxHelperBase.h>
 #include <LuaKnxDownloadHandler/LuxRecords.h>
 #include <LuaKnxDownloadHandler/PropertyAccess.h>
+#include <LuaKnxDownloadHandler/ValueTypes.h>
 
 #include <KnxStack/BinaryData.h>
 #include <ovslua/Lua.h>
@@ -50,6 +52,12 @@ class ValueSource {
 
   const TextLimits& Limits() const noexcept { return m_limits; }
 
+  /// Why a value of the type reads otherwise than the property holds (missing,
+  /// past the end of the array, narrower or wider), told to diagnostics; and
+  /// for a text, whether it is longer than its limit. Reads again: only with a sink.
+  void CheckRead(PropertyInfo info, const ValueTypeInfo& type, unsigned char limit,
+                 Diagnostics& diagnostics, const Skip& where) const;
+
  private:
   ValueSource(const InterfaceObjectMap& interfaceObjects, const KnxStack::BinaryData& memory,
               TextLimits limits, boost::optional<unsigned int> index);
@@ -74,16 +82,18 @@ class DocumentBytes;
 /// Appends the parameter's "parameter" element by its value type, counted in
 /// size first; an unknown type appends nothing.
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
-                    const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size);
+                    const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size,
+                    Diagnostics* diagnostics = nullptr);
 
 /// The arguments of a ShowIf function: one per entry whose type has a kind,
 /// keyed by the running count so that a skipped entry leaves no gap.
 ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
-                                 const ValueSource& source);
+                                 const ValueSource& source, Diagnostics* diagnostics = nullptr,
+                                 const std::string& key = {});
 
 /// Whether the parameter is shown: always without ShowIf properties, otherwise
 /// the answer of its ShowIf function.
 bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
-                      LuxHelperBase& luxHelper);
+                      LuxHelperBase& luxHelper, Diagnostics* diagnostics = nullptr);
 
 }  // namespace Korvex::luaknxdownloadhandler::detail

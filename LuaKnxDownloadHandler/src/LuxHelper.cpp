@@ -138,8 +138,14 @@ bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
 }
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
-  return CallTable("GetPropertyIndexForUrns", {typeId}, PropertyInfo{},
-                   [this] { return FillProperty(); });
+  return CallTable("GetPropertyIndexForUrns", {typeId}, PropertyInfo{}, [this, typeId] {
+    const std::size_t mark = NoteMark();
+    const PropertyInfo info = FillProperty();
+    if (m_diagnostics != nullptr) {
+      ReportNotes(mark, "URN selector of channel type", std::to_string(typeId));
+    }
+    return info;
+  });
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
@@ -232,6 +238,19 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
   SetErrorMessage();
   LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
   return false;
+}
+
+// Set by the download between its queries, never while one runs.
+void LuxHelper::SetDiagnostics(Diagnostics* diagnostics) {
+  m_diagnostics = diagnostics;
+  // What a reader left behind when it threw belongs to no record.
+  m_notes.clear();
+  m_recordPath.clear();
+}
+
+bool LuxHelper::LastCallFailed() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_luaState == nullptr || m_status != LUA_OK;
 }
 
 bool LuxHelper::HandleDcsType(std::uint32_t dcsType) {

@@ -87,6 +87,35 @@ bool TextValue(lua_State* state, std::string& text, const char* query, const cha
 
 }  // namespace
 
+void LuxHelper::Note(SkipReason reason, std::string detail) const {
+  m_notes.push_back({reason, std::move(detail)});
+}
+
+void LuxHelper::NoteWrongType(const char* field, const char* expected,
+                              const char* consequence) const {
+  Note(SkipReason::WrongValueType, std::string("'") + field + "' is a " +
+                                       luaL_typename(m_luaState, -1) + ", not " + expected + ": " +
+                                       consequence);
+}
+
+void LuxHelper::NoteUnknownField(std::string_view field) const {
+  Note(SkipReason::UnknownField, "'" + std::string(field) + "' is not read");
+}
+
+void LuxHelper::ReportNotes(std::size_t mark, std::string_view subject,
+                            std::string_view key) const {
+  if (m_diagnostics == nullptr) return;
+  for (std::size_t index = mark; index < m_notes.size(); ++index) {
+    m_diagnostics->Report({m_notes[index].reason, subject, key, m_notes[index].detail});
+  }
+  m_notes.resize(mark);
+}
+
+void LuxHelper::EnterRecord() const {
+  m_diagnostics->Enter(m_recordPath.empty() ? std::string("static data")
+                                            : "static data '" + m_recordPath + "'");
+}
+
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
   lua_State* state = m_luaState;
@@ -95,12 +124,23 @@ PropertyInfo LuxHelper::FillProperty() const {
   lua_pushnil(state);
   while (lua_next(state, -2) != 0) {
     std::string_view key;
-    if (lux::KeyAsText(state, key) && lua_isinteger(state, -1) != 0) {
+    if (lux::KeyAsText(state, key)) {
+      const bool integer = lua_isinteger(state, -1) != 0;
       if (key == "PropertyId") {
         // Property ids are one octet: 300 is deliberately read as 44.
-        info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
+        if (integer) {
+          info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
+        } else if (m_diagnostics != nullptr) {
+          NoteWrongType("PropertyId", "an integer", "read as 0");
+        }
       } else if (key == "InterfaceObjectId") {
-        info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
+        if (integer) {
+          info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
+        } else if (m_diagnostics != nullptr) {
+          NoteWrongType("InterfaceObjectId", "an integer", "read as 0");
+        }
+      } else if (m_diagnostics != nullptr) {
+        NoteUnknownField(key);
       }
     }
     lua_pop(state, 1);
@@ -121,9 +161,16 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
         WarnNul(m_query, "a setting name", key);
       } else {
         std::string name(key);
+        const std::size_t mark = NoteMark();
+        PropertyInfo info = FillProperty();
+        ReportNotes(mark, "setting", name);
         // emplace keeps the first entry under a name.
-        propertyIds.emplace(std::move(name), FillProperty());
+        propertyIds.emplace(std::move(name), info);
       }
+    } else if (m_diagnostics != nullptr && !key.empty()) {
+      Note(SkipReason::WrongValueType, std::string("a ") + luaL_typename(state, -1) +
+                                           ", not a property table: the setting is not read");
+      ReportNotes(NoteMark() - 1, "setting", key);
     }
     lua_pop(state, 1);
   }
@@ -138,7 +185,14 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
   lua_pushnil(state);
   // The list's keys are never read, so a Lua sequence serves.
   while (lua_next(state, -2) != 0) {
-    if (lua_type(state, -1) == LUA_TTABLE) FillLuaParameter(parameters);
+    if (lua_type(state, -1) == LUA_TTABLE) {
+      FillLuaParameter(parameters);
+    } else if (m_diagnostics != nullptr) {
+      Note(SkipReason::WrongValueType, std::string("a list entry is a ") +
+                                           luaL_typename(state, -1) +
+                                           ", not a parameter table: skipped");
+      ReportNotes(NoteMark() - 1, "parameter", "");
+    }
     lua_pop(state, 1);
   }
   std::sort(
@@ -150,6 +204,7 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
 void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   LuaParameter parameter;
   lua_State* state = m_luaState;
+  const std::size_t mark = NoteMark();
   if (lux::TableOnTop(state)) {
     lux::EnsureStack(state, 2);
     lua_pushnil(state);
@@ -157,23 +212,41 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
       std::string_view key;
       if (lux::KeyAsText(state, key)) {
         const int type = lua_type(state, -1);
+        const bool noted = m_diagnostics != nullptr;
         if (key == "Key") {
-          TextValue(state, parameter.key, m_query, "Key");
+          if (!TextValue(state, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
+            NoteWrongType("Key", "a string", "the key is empty");
+          }
         } else if (key == "Type") {
-          TextValue(state, parameter.type, m_query, "Type");
+          if (!TextValue(state, parameter.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+            NoteWrongType("Type", "a string", "the parameter is not written");
+          }
         } else if (key == "Property") {
-          if (type == LUA_TTABLE) parameter.property = FillProperty();
+          if (type == LUA_TTABLE) {
+            parameter.property = FillProperty();
+          } else if (noted) {
+            NoteWrongType("Property", "a table", "read at interface object 0, property 0");
+          }
         } else if (key == "Digits") {
           if (lua_isinteger(state, -1) != 0) {
             parameter.digits = static_cast<std::int32_t>(Low32(lua_tointeger(state, -1)));
+          } else if (noted) {
+            NoteWrongType("Digits", "an integer", "no decimals");
           }
         } else if (key == "ShowIf") {
-          if (type == LUA_TTABLE) parameter.showIf = FillLuaParameterShowIf();
+          if (type == LUA_TTABLE) {
+            parameter.showIf = FillLuaParameterShowIf();
+          } else if (noted) {
+            NoteWrongType("ShowIf", "a table", "the parameter is always shown");
+          }
+        } else if (noted) {
+          NoteUnknownField(key);
         }
       }
       lua_pop(state, 1);
     }
   }
+  ReportNotes(mark, "parameter", parameter.key);
   parameters.push_back(std::move(parameter));
 }
 
@@ -188,14 +261,23 @@ LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
     std::string_view key;
     if (lux::KeyAsText(state, key)) {
       const int type = lua_type(state, -1);
+      const bool noted = m_diagnostics != nullptr;
       if (key == "PropertyIds") {
-        if (type == LUA_TTABLE) FillLuaParameterShowIfPropertyIds(showIf.propertyIds);
+        if (type == LUA_TTABLE) {
+          FillLuaParameterShowIfPropertyIds(showIf.propertyIds);
+        } else if (noted) {
+          NoteWrongType("PropertyIds", "a table", "the parameter is always shown");
+        }
       } else if (key == "Function") {
         if (type == LUA_TFUNCTION) {
           // Never released: the builder calls it after this query returned.
           lua_pushvalue(state, -1);
           showIf.functionRef = luaL_ref(state, LUA_REGISTRYINDEX);
+        } else if (noted) {
+          NoteWrongType("Function", "a function", "with PropertyIds its call fails");
         }
+      } else if (noted) {
+        NoteUnknownField(key);
       }
     }
     lua_pop(state, 1);
@@ -217,15 +299,28 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
       while (lua_next(state, -2) != 0) {
         std::string_view key;
         if (lux::KeyAsText(state, key)) {
+          const bool noted = m_diagnostics != nullptr;
           if (key == "Id") {
-            if (lua_type(state, -1) == LUA_TTABLE) entry.id = FillProperty();
+            if (lua_type(state, -1) == LUA_TTABLE) {
+              entry.id = FillProperty();
+            } else if (noted) {
+              NoteWrongType("Id", "a table", "read at interface object 0, property 0");
+            }
           } else if (key == "Type") {
-            TextValue(state, entry.type, m_query, "Type");
+            if (!TextValue(state, entry.type, m_query, "Type") && noted &&
+                lua_type(state, -1) != LUA_TSTRING) {
+              NoteWrongType("Type", "a string", "the entry gives no argument");
+            }
+          } else if (noted) {
+            NoteUnknownField(key);
           }
         }
         lua_pop(state, 1);
       }
       propertyIds.push_back(std::move(entry));
+    } else if (m_diagnostics != nullptr) {
+      Note(SkipReason::WrongValueType, std::string("a ShowIf PropertyIds entry is a ") +
+                                           luaL_typename(state, -1) + ", not a table: skipped");
     }
     lua_pop(state, 1);
   }
@@ -246,6 +341,11 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
       } else {
         FillLuxStaticData(staticData, std::string(key));
       }
+    } else if (m_diagnostics != nullptr && !key.empty()) {
+      EnterRecord();
+      Note(SkipReason::WrongValueType,
+           std::string("a ") + luaL_typename(state, -1) + ", not a table: skipped");
+      ReportNotes(NoteMark() - 1, "record", key);
     }
     lua_pop(state, 1);
   }
@@ -259,6 +359,13 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
   LuxStaticData entry;
   entry.name = std::move(name);
   lua_State* state = m_luaState;
+  const std::size_t mark = NoteMark();
+  const std::size_t parentPathSize = m_recordPath.size();
+  if (m_diagnostics != nullptr) {
+    if (parentPathSize != 0) m_recordPath += '/';
+    m_recordPath += entry.name;
+    EnterRecord();
+  }
   if (lux::TableOnTop(state)) {
     lux::EnsureStack(state, 2);
     lua_pushnil(state);
@@ -266,19 +373,41 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
       std::string_view key;
       if (lux::KeyAsText(state, key)) {
         const int type = lua_type(state, -1);
+        const bool noted = m_diagnostics != nullptr;
         if (key == "EnabledProperty") {
           // Engaged for any table, an empty one included.
-          if (type == LUA_TTABLE) entry.enabledProperty = FillProperty();
+          if (type == LUA_TTABLE) {
+            entry.enabledProperty = FillProperty();
+          } else if (noted) {
+            NoteWrongType("EnabledProperty", "a table", "the record is always written");
+          }
         } else if (key == "Type") {
-          TextValue(state, entry.type, m_query, "Type");
+          if (!TextValue(state, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+            NoteWrongType("Type", "a string", "the record's type is empty");
+          }
         } else if (key == "Parameters") {
-          if (type == LUA_TTABLE) entry.parameters = GetLuaParameters();
+          if (type == LUA_TTABLE) {
+            entry.parameters = GetLuaParameters();
+          } else if (noted) {
+            NoteWrongType("Parameters", "a table", "the record has no parameters");
+          }
         } else if (key == "SubData") {
-          if (type == LUA_TTABLE) entry.subData = InGetStaticData();
+          if (type == LUA_TTABLE) {
+            entry.subData = InGetStaticData();
+            if (noted) EnterRecord();
+          } else if (noted) {
+            NoteWrongType("SubData", "a table", "the record has no nested records");
+          }
+        } else if (noted) {
+          NoteUnknownField(key);
         }
       }
       lua_pop(state, 1);
     }
+  }
+  if (m_diagnostics != nullptr) {
+    ReportNotes(mark, "record", entry.name);
+    m_recordPath.resize(parentPathSize);
   }
   staticData.push_back(std::move(entry));
 }

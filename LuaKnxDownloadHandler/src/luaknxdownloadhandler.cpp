@@ -1,5 +1,6 @@
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
 
+#include <LuaKnxDownloadHandler/Diagnostics.h>
 #include <LuaKnxDownloadHandler/EtsXml.h>
 #include <LuaKnxDownloadHandler/FileHash.h>
 
@@ -12,6 +13,7 @@
 #include <boost/algorithm/string/split.hpp>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <boost/optional.hpp>
 
 #include <utility>
 #include <vector>
@@ -78,8 +80,18 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
   }
 
   try {
+    // Asked once per download: without TRACE the readers and the builder tell no one.
+    boost::optional<luaknxdownloadhandler::LogDiagnostics> diagnostics;
+    if (s_logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) diagnostics.emplace(s_logger);
+    luaknxdownloadhandler::Diagnostics* sink = diagnostics ? &*diagnostics : nullptr;
+    struct Detach {
+      luaknxdownloadhandler::LuxHelper& helper;
+      ~Detach() { helper.SetDiagnostics(nullptr); }
+    } detach{m_luxHelper};
+    m_luxHelper.SetDiagnostics(sink);
     luaknxdownloadhandler::EtsXml etsXml(interfaceObjects, memory, coDescriptors, &s_logger,
                                          &m_luxHelper);
+    etsXml.SetDiagnostics(sink);
     etsXml.SetMaxDocumentBytes(m_maxDocumentBytes);
     boost::optional<std::string> document = etsXml.Create();
     if (!document) {

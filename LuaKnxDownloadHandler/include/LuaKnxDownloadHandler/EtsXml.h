@@ -1,6 +1,7 @@
 #pragma once
 // The etsproject document builder: one per download.
 
+#include <LuaKnxDownloadHandler/Diagnostics.h>
 #include <LuaKnxDownloadHandler/LuxHelperBase.h>
 #include <LuaKnxDownloadHandler/PropertyAccess.h>
 
@@ -36,6 +37,9 @@ class EtsXml {
   /// The largest document text Create() may produce, in bytes (default 256 MiB).
   void SetMaxDocumentBytes(std::size_t bytes) noexcept { m_maxDocumentBytes = bytes; }
 
+  /// Where the builder tells what it leaves out and why; null (the default): no one.
+  void SetDiagnostics(Diagnostics* diagnostics) noexcept { m_diagnostics = diagnostics; }
+
   /// The boolean setting the property table names; false when unreadable.
   boost::optional<bool> ProperyValueByName(const std::string& name);
 
@@ -49,6 +53,8 @@ class EtsXml {
 
  private:
   void InitMaxValues();
+  std::string SlotName(unsigned int index) const;
+  void ReportDisabled(const LuxStaticData& data, bool readable);
 
   const InterfaceObjectMap& m_interfaceObjects;
   LuxHelperBase* m_luxHelper;
@@ -63,6 +69,8 @@ class EtsXml {
   std::size_t m_maxDocumentBytes;
   std::size_t m_documentBytes = 0;         // a lower bound of the text built so far
   detail::DocumentText* m_text = nullptr;  // set while Create() runs: folders are written ahead
+  Diagnostics* m_diagnostics = nullptr;
+  std::string m_staticPath;  // of the static-data record being written, with diagnostics only
 };
 
 }  // namespace Korvex::luaknxdownloadhandler

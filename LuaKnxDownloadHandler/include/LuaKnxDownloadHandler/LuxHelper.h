@@ -1,6 +1,7 @@
 #pragma once
 // The script bridge: hosts the description script and answers the builder.
 
+#include <LuaKnxDownloadHandler/Diagnostics.h>
 #include <LuaKnxDownloadHandler/LuxHelperBase.h>
 
 #include <ovslua/Lua.h>
@@ -10,6 +11,7 @@
 #include <initializer_list>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Korvex::luaknxdownloadhandler {
@@ -48,6 +50,8 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   std::vector<LuxStaticData> GetStaticData() override;
   bool CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) override;
   bool HandleDcsType(std::uint32_t dcsType) override;
+  void SetDiagnostics(Diagnostics* diagnostics) override;
+  bool LastCallFailed() const override;
 
   // Table readers: each reads the table at the top of the stack and leaves it
   // there. They run under the mutex of the calling query and never lock.
@@ -68,7 +72,24 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   Result CallTable(const char* name, std::initializer_list<std::uint32_t> arguments, Result failure,
                    Read&& read);
 
+  /// With diagnostics: notes what the reader at hand skips, and reports the notes
+  /// made since mark once the record's key is known.
+  void Note(SkipReason reason, std::string detail) const;
+  void NoteWrongType(const char* field, const char* expected, const char* consequence) const;
+  void NoteUnknownField(std::string_view field) const;
+  void ReportNotes(std::size_t mark, std::string_view subject, std::string_view key) const;
+  std::size_t NoteMark() const noexcept { return m_notes.size(); }
+  void EnterRecord() const;
+
+  struct PendingSkip {
+    SkipReason reason;
+    std::string detail;
+  };
+
   bool m_loaded = false;
+  Diagnostics* m_diagnostics = nullptr;
+  mutable std::vector<PendingSkip> m_notes;  // of the records being read, innermost last
+  std::string m_recordPath;   // of the static-data record being read, with diagnostics
   const char* m_query = "";   // the query whose result the readers read
   int m_staticDataDepth = 0;  // nesting of the static-data reader
 };

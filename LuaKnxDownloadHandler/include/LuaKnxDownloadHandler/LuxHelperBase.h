@@ -15,6 +15,8 @@
 
 namespace Korvex::luaknxdownloadhandler {
 
+class Diagnostics;
+
 class LuxHelperBase {
  public:
   virtual ~LuxHelperBase() = default;
@@ -34,6 +36,11 @@ class LuxHelperBase {
   virtual std::vector<LuxStaticData> GetStaticData() = 0;
   virtual bool CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) = 0;
   virtual bool HandleDcsType(std::uint32_t dcsType) = 0;
+
+  /// Where the table readers tell what they skip; null (the default) tells no one.
+  virtual void SetDiagnostics(Diagnostics* diagnostics) { (void)diagnostics; }
+  /// Whether the last call failed, rather than answered false.
+  virtual bool LastCallFailed() const { return false; }
 };
 
 }  // namespace Korvex::luaknxdownloadhandler
