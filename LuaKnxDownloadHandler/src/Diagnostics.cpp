@@ -6,32 +6,6 @@
 
 namespace Korvex::luaknxdownloadhandler {
 
-const char* SkipReasonText(SkipReason reason) {
-  switch (reason) {
-    case SkipReason::UnknownField:
-      return "unknown field";
-    case SkipReason::WrongValueType:
-      return "value of the wrong type";
-    case SkipReason::UnknownValueType:
-      return "unknown value type";
-    case SkipReason::UnreadableProperty:
-      return "unreadable property";
-    case SkipReason::NarrowProperty:
-      return "property narrower than the value type";
-    case SkipReason::WideProperty:
-      return "property wider than the value type";
-    case SkipReason::ShowIfHidden:
-      return "hidden by ShowIf";
-    case SkipReason::ShowIfFailed:
-      return "ShowIf failed";
-    case SkipReason::RecordDisabled:
-      return "record disabled";
-    case SkipReason::TextCut:
-      return "text cut at its limit";
-  }
-  return "skipped";
-}
-
 LogDiagnostics::LogDiagnostics(const log4cplus::Logger& logger, std::string slot)
     : m_logger(logger), m_slot(std::move(slot)) {}
 

@@ -168,7 +168,7 @@ void ValueSource::CheckRead(PropertyInfo info, const ValueTypeInfo& type, unsign
   }
   std::uint32_t count = 0;
   if (m_index && property->GetElementCount(count) && *m_index >= count) {
-    Report(diagnostics, where, SkipReason::UnreadableProperty,
+    Report(diagnostics, where, SkipReason::MissingElement,
            fmt::format("{} has {} elements, none at index {}: {} {}", Address(info), count,
                        *m_index, type.name, UnreadableConsequence(type.type)));
     return;

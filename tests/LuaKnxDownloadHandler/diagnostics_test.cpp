@@ -103,8 +103,8 @@ TEST_F(BuilderDiagnostics, UnreadablePropertySaysWhatIsMissingAndWhatIsWritten) 
                        "read as false",
                 slot + "'NoProperty': unreadable property: interface object 1 has no property "
                        "99: UInt16 read as 0",
-                slot + "'PastTheEnd': unreadable property: interface object 1, property 5 has 1 "
-                       "elements, none at index 1: UInt8 read as 0",
+                slot + "'PastTheEnd': no element for the slot: interface object 1, property 5 "
+                       "has 1 elements, none at index 1: UInt8 read as 0",
                 slot + "'NoText': unreadable property: interface object 1 has no property 98: "
                        "Text read as the wrong-property-id text"}));
 }

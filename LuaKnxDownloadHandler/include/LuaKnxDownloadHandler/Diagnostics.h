@@ -14,7 +14,8 @@ enum class SkipReason {
   UnknownField,        // a field no reader knows
   WrongValueType,      // a field whose value is of the wrong Lua type
   UnknownValueType,    // a value type no writer knows
-  UnreadableProperty,  // the property, or its element, cannot be read
+  UnreadableProperty,  // there is no such interface object or property
+  MissingElement,      // the array property has no element at the slot's index
   NarrowProperty,      // the property's elements hold fewer bytes than the value type reads
   WideProperty,        // the property's elements hold more bytes than the value type reads
   ShowIfHidden,        // the ShowIf function answered false
@@ -23,8 +24,42 @@ enum class SkipReason {
   TextCut,             // a text longer than its character limit
 };
 
-/// The reason in words, as the TRACE lines give it.
-const char* SkipReasonText(SkipReason reason);
+/// The reason in words, as the TRACE lines give it. Inline: check-script, which
+/// may not link the plug-in, reads the plug-in's TRACE lines by these texts.
+inline const char* SkipReasonText(SkipReason reason) {
+  switch (reason) {
+    case SkipReason::UnknownField:
+      return "unknown field";
+    case SkipReason::WrongValueType:
+      return "value of the wrong type";
+    case SkipReason::UnknownValueType:
+      return "unknown value type";
+    case SkipReason::UnreadableProperty:
+      return "unreadable property";
+    case SkipReason::MissingElement:
+      return "no element for the slot";
+    case SkipReason::NarrowProperty:
+      return "property narrower than the value type";
+    case SkipReason::WideProperty:
+      return "property wider than the value type";
+    case SkipReason::ShowIfHidden:
+      return "hidden by ShowIf";
+    case SkipReason::ShowIfFailed:
+      return "ShowIf failed";
+    case SkipReason::RecordDisabled:
+      return "record disabled";
+    case SkipReason::TextCut:
+      return "text cut at its limit";
+  }
+  return "skipped";
+}
+
+/// Every reason, in the order above.
+inline constexpr SkipReason kSkipReasons[] = {
+    SkipReason::UnknownField,       SkipReason::WrongValueType, SkipReason::UnknownValueType,
+    SkipReason::UnreadableProperty, SkipReason::MissingElement, SkipReason::NarrowProperty,
+    SkipReason::WideProperty,       SkipReason::ShowIfHidden,   SkipReason::ShowIfFailed,
+    SkipReason::RecordDisabled,     SkipReason::TextCut};
 
 /// One thing skipped: of which kind ("parameter", "record", "setting"), under
 /// which key, and why in words.
