@@ -4,6 +4,7 @@
 #include "DownloadDump.h"
 #include "Findings.h"
 #include "PluginLoader.h"
+#include "PluginSkips.h"
 #include "ScriptCheck.h"
 
 #include <exception>
@@ -48,7 +49,9 @@ int RunCheckScript(const CheckScriptOptions& options) {
     } else {
       try {
         const std::string plugin = options.plugin.empty() ? InstalledPluginPath() : options.plugin;
-        summary = SummariseDocument(plugin, options.script, *dump, result.knowledge);
+        std::vector<PluginSkip> skips;
+        summary = SummariseDocument(plugin, options.script, *dump, result.knowledge, skips);
+        AddPluginSkipFindings(skips, result.knowledge, result.findings);
         if (!summary) {
           Finding none;
           none.severity = Severity::Error;

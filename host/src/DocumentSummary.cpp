@@ -117,7 +117,8 @@ DocumentSummary Summarise(const pugi::xml_document& document, const ScriptKnowle
 std::optional<DocumentSummary> SummariseDocument(const std::string& pluginPath,
                                                  const std::string& scriptPath,
                                                  const DownloadDump& dump,
-                                                 const ScriptKnowledge& knowledge) {
+                                                 const ScriptKnowledge& knowledge,
+                                                 std::vector<PluginSkip>& skips) {
   const ScratchDirectory scratch;
   const fs::path project = scratch.Path() / "etsproject.xml";
   {
@@ -138,9 +139,11 @@ std::optional<DocumentSummary> SummariseDocument(const std::string& pluginPath,
       throw std::runtime_error("the plug-in's handler is not loaded (configuration '" +
                                configuration + "')");
     }
+    const PluginSkipCapture capture;
     handler->CreateFileWithKnxData(
         dump.interfaceObjects, dump.memory, [] {}, Korvex::IKnxDownloadHandler::AppData_ForceWrite,
         dump.coDescriptors);
+    skips = capture.Skips();
   }
   std::error_code error;
   if (!fs::exists(project, error)) return std::nullopt;

@@ -3,6 +3,7 @@
 // what the written etsproject document holds.
 
 #include "DownloadDump.h"
+#include "PluginSkips.h"
 #include "ScriptCheck.h"
 
 #include <cstddef>
@@ -24,12 +25,14 @@ struct DocumentSummary {
 };
 
 /// The summary of the written document, or nothing when the plug-in wrote none
-/// (why goes to the plug-in's log). Throws PluginError when the plug-in cannot
-/// be loaded, std::runtime_error when it cannot be run.
+/// (why goes to the plug-in's log). What the plug-in skipped on the way goes to
+/// skips. Throws PluginError when the plug-in cannot be loaded,
+/// std::runtime_error when it cannot be run.
 std::optional<DocumentSummary> SummariseDocument(const std::string& pluginPath,
                                                  const std::string& scriptPath,
                                                  const DownloadDump& dump,
-                                                 const ScriptKnowledge& knowledge);
+                                                 const ScriptKnowledge& knowledge,
+                                                 std::vector<PluginSkip>& skips);
 
 /// The lines that describe a summary, each beginning "document: ".
 std::vector<std::string> SummaryLines(const DocumentSummary& summary);

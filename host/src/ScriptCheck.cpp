@@ -138,6 +138,7 @@ void Checker::CheckPresence() {
     if (type == LUA_TFUNCTION) {
       const Place place = DefinitionOf(-1);
       m_definitions.emplace(function.name, place);
+      m_knowledge.definitions[function.name] = {place.file, place.line};
       context.place = place;
       Report(Severity::Info, context, std::string(function.name) + " is defined");
     } else {

@@ -36,6 +36,12 @@ struct ScriptKnowledge {
   std::map<std::uint32_t, std::uint32_t> slotChannelTypes;
   /// Channel type to parameter key to value type.
   std::map<std::uint32_t, std::map<std::string, std::string>> functionParameterTypes;
+  /// Where the script defines each global function it has.
+  struct Definition {
+    std::string file;
+    int line = 0;
+  };
+  std::map<std::string, Definition> definitions;
   /// Static-data entry path ("Timers/Morning") to parameter key to value type.
   std::map<std::string, std::map<std::string, std::string>> staticParameterTypes;
 };

@@ -413,6 +413,49 @@ INSTANTIATE_TEST_SUITE_P(
                   "has no property 99"},
                  0},
         FlawCase{"PropertyNotCheckedWithoutDump", "check_missing_property.lua", {}, {}, 0},
+        FlawCase{"Float16OnAOneByteProperty",
+                 "check_float16_one_byte.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_float16_one_byte.lua", 6) +
+                  "error: GetParametersFromChannelTypeId(2), parameter 'Setpoint': property "
+                  "narrower than the value type: Float16 reads 2 bytes but each element of "
+                  "interface object 1, property 52 holds 1 byte: the value takes in the bytes "
+                  "after it"},
+                 1},
+        FlawCase{"WidthsAreNotCheckedWithoutDump", "check_float16_one_byte.lua", {}, {}, 0},
+        FlawCase{"ShowIfArgumentOnANarrowProperty",
+                 "check_showif_narrow.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_showif_narrow.lua", 7) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': property "
+                  "narrower than the value type: ShowIf entry 1: UInt16 reads 2 bytes but each "
+                  "element of interface object 1, property 52 holds 1 byte: the value takes in "
+                  "the bytes after it"},
+                 1},
+        FlawCase{"ShowIfArgumentNotInTheDownload",
+                 "check_showif_missing_argument.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_showif_missing_argument.lua", 9) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf "
+                  "PropertyIds entry [1]: Id (interface object 1, property 98) is not in the "
+                  "download: interface object 1 has no property 98"},
+                 0},
+        FlawCase{"PropertyWiderThanTheValueType",
+                 "check_wide_property.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_wide_property.lua", 6) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'Colour': property wider "
+                  "than the value type: UInt8 reads 1 byte but each element of interface object "
+                  "1, property 55 holds 4 bytes: the value is read from its first bytes only"},
+                 0},
+        FlawCase{"ArrayShorterThanTheSlots",
+                 "check_short_array.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_short_array.lua", 6) +
+                  "warning: GetParametersFromChannelTypeId(2), parameter 'Icon': no element for "
+                  "the slot: interface object 0, property 42 has 1 elements, fewer than its slots "
+                  "need: UInt16 read as 0"},
+                 0},
         FlawCase{"UnavailableLibraryFunctions",
                  "check_unavailable_library.lua",
                  {},
@@ -455,6 +498,28 @@ TEST_F(CheckScriptTest, PlugInLogShowsWhyNoDocumentIsWritten) {
   EXPECT_TRUE(Contains(outcome.err,
                        "ERROR KnxDownloadHandler - Max text char count not set. PropertyId: 0\n"))
       << outcome.err;
+}
+
+TEST_F(CheckScriptTest, PlugInLogKeepsTheChosenLevelWhileItsSkipsAreRead) {
+  const std::string script = kData + "/check_float16_one_byte.lua";
+  const Outcome debug = Run({"check-script", script, "--dump", kCheckDump, "--log-level", "DEBUG"});
+  // The scratch directory's name varies: the INFO line is compared up to it.
+  const std::vector<std::string> lines = SplitLines(debug.err);
+  ASSERT_EQ(lines.size(), 3U) << debug.err;
+  EXPECT_EQ(lines[0],
+            "DEBUG KnxDownloadHandler - CreateFileWithKnxData: CO count with enabled communication "
+            "flag: 2");
+  EXPECT_EQ(lines[1], "DEBUG KnxDownloadHandler - CO count with enabled communication flag: 2");
+  EXPECT_EQ(lines[2].rfind("INFO KnxDownloadHandler - save new etsproject. Path: ", 0), 0U)
+      << lines[2];
+  const Outcome trace = Run({"check-script", script, "--dump", kCheckDump, "--log-level", "TRACE"});
+  EXPECT_TRUE(Contains(trace.err,
+                       "TRACE KnxDownloadHandler - folder 0/function 2 (functionId 3), parameter "
+                       "'Setpoint': property narrower than the value type: Float16 reads 2 bytes "
+                       "but each element of interface object 1, property 52 holds 1 byte: the "
+                       "value takes in the bytes after it\n"))
+      << trace.err;
+  EXPECT_EQ(Problems(trace.out), Problems(debug.out));
 }
 
 TEST_F(CheckScriptTest, ScriptPrintOutputGoesToStandardError) {
