@@ -1,5 +1,6 @@
 #include <LuaKnxDownloadHandler/EtsXml.h>
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
+#include <LuaKnxDownloadHandler/Rules.h>
 
 #include "EtsXmlTree.h"
 #include "EtsXmlValueTypes.h"
@@ -112,8 +113,9 @@ void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::st
   size.Parameter("DcsType", 1);
   AddParameter<unsigned char>(parameters, "DcsType", dcsType);
 
-  std::uint32_t effectiveDcsType = dcsType;
-  if (AddBoolSetting(parameters, "UseDcsFloorcall", m_propertyIds, m_interfaceObjects, size)) {
+  const bool useFloorCall =
+      AddBoolSetting(parameters, "UseDcsFloorcall", m_propertyIds, m_interfaceObjects, size);
+  if (useFloorCall) {
     const std::string name = GetStringWithIdFromMemory(
         m_propertyIds["DcsFloorCallNameOffset"], m_maxNameCharCount, m_interfaceObjects, &m_memory,
         detail::FormatShared(s_floorCallButtonFormat));
@@ -123,13 +125,8 @@ void EtsXml::CreateXmlRoot(pugi::xml_node& parent, std::string& version, std::st
         GetUInt8WithId(m_propertyIds["DcsFloorCallMelody"], m_interfaceObjects).value_or(0);
     size.Parameter("DcsFloorCallMelody", 1);
     AddParameter<unsigned char>(parameters, "DcsFloorCallMelody", melody);
-    // A floor call needs a door-communication type: the script gets 10 for an
-    // unset one, while the document keeps the value as downloaded.
-    if (effectiveDcsType == 0) {
-      effectiveDcsType = 10;
-    }
   }
-  m_luxHelper->HandleDcsType(effectiveDcsType);
+  m_luxHelper->HandleDcsType(ScriptDcsType(dcsType, useFloorCall));
 
   AddBoolSetting(parameters, "UseWeather", m_propertyIds, m_interfaceObjects, size);
   AddBoolSetting(parameters, "UseTimers", m_propertyIds, m_interfaceObjects, size);

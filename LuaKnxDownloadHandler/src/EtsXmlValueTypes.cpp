@@ -3,6 +3,8 @@
 #include "EtsXmlTree.h"
 
 #include <LuaKnxDownloadHandler/EtsXmlParameter.h>
+#include <LuaKnxDownloadHandler/Rules.h>
+#include <LuaKnxDownloadHandler/ShowIfArgument.h>
 
 #include <fmt/format.h>
 
@@ -149,6 +151,29 @@ void Report(Diagnostics& diagnostics, const Skip& where, SkipReason reason,
 
 }  // namespace
 
+namespace {
+
+// The texts a ShowIf function gets, read from the value source.
+struct ShowIfSource {
+  const ValueSource& source;
+
+  boost::optional<bool> Bool(PropertyInfo id) const { return source.Bool(id); }
+  boost::optional<unsigned char> UInt8(PropertyInfo id) const { return source.UInt8(id); }
+  boost::optional<unsigned short> UInt16(PropertyInfo id) const { return source.UInt16(id); }
+  boost::optional<unsigned int> UInt32(PropertyInfo id) const { return source.UInt32(id); }
+  boost::optional<float> Float16(PropertyInfo id) const { return source.Float16(id); }
+  boost::optional<float> Float32(PropertyInfo id) const { return source.Float32(id); }
+  std::string Text(PropertyInfo id) const {
+    return source.MemoryString(id, source.Limits().text, {});
+  }
+  std::string Name(PropertyInfo id) const {
+    return source.MemoryString(id, source.Limits().name, kShowIfNameDefault);
+  }
+  std::string Generic20(PropertyInfo id) const { return source.PropertyString(id, {}); }
+};
+
+}  // namespace
+
 void ValueSource::CheckRead(PropertyInfo info, const ValueTypeInfo& type, unsigned char limit,
                             Diagnostics& diagnostics, const Skip& where) const {
   const auto entry = m_interfaceObjects.find(info.InterfaceObjectId);
@@ -279,7 +304,6 @@ void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
 ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
                                  const ValueSource& source, Diagnostics* diagnostics,
                                  const std::string& key) {
-  using Arg = ovslua::Lua::Args::Arg;
   ovslua::Lua::Args args;
   const TextLimits& limits = source.Limits();
   std::size_t position = 0;
@@ -304,46 +328,7 @@ ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds
       source.CheckRead(id, *info, limit, *diagnostics,
                        {SkipReason::UnknownField, "parameter", key, prefix});
     }
-    switch (info->type) {
-      case ValueType::Bool:
-        args += Arg::FromBool(source.Bool(id).value_or(false));
-        break;
-      case ValueType::Int8:
-        args += Arg::FromInt(static_cast<signed char>(source.UInt8(id).value_or(0)));
-        break;
-      case ValueType::Int16:
-        args += Arg::FromInt(static_cast<short>(source.UInt16(id).value_or(0)));
-        break;
-      case ValueType::Int32:
-        args += Arg::FromInt(static_cast<int>(source.UInt32(id).value_or(0U)));
-        break;
-      case ValueType::UInt8:
-        args += Arg::FromInt(source.UInt8(id).value_or(0));
-        break;
-      case ValueType::UInt16:
-        args += Arg::FromInt(source.UInt16(id).value_or(0));
-        break;
-      case ValueType::UInt32:
-        args += Arg::FromUnsigned(source.UInt32(id).value_or(0U));
-        break;
-      case ValueType::Float16:
-        args += Arg::FromDouble(static_cast<double>(source.Float16(id).value_or(0.0F)));
-        break;
-      case ValueType::Float32:
-        args += Arg::FromDouble(static_cast<double>(source.Float32(id).value_or(0.0F)));
-        break;
-      case ValueType::Text:
-        args += Arg::FromString(source.MemoryString(id, limits.text, {}));
-        break;
-      case ValueType::Name:
-        args += Arg::FromString(source.MemoryString(id, limits.name, "DefaultString"));
-        break;
-      case ValueType::Generic20:
-        args += Arg::FromString(source.PropertyString(id, {}));
-        break;
-      case ValueType::Url:
-        break;
-    }
+    AppendShowIfArgument(args, info->type, ShowIfSource{source}, id);
   }
   return args;
 }

@@ -3,14 +3,14 @@
 #include "Formats.h"
 
 #include <LuaKnxDownloadHandler/PropertyAccess.h>
+#include <LuaKnxDownloadHandler/Rules.h>
 
 namespace Korvex::luaknxdownloadhandler {
 
 boost::format s_folderFormat("Folder %d");
 boost::format s_functionFormat("Function %d");
 boost::format s_nameNumberFormat("%s %d");
-boost::format s_wrongPropertyIdFormat(
-    "ERROR: maybe wrong property id (%d), no User should see this!");
+boost::format s_wrongPropertyIdFormat(kWrongPropertyIdFormat);
 boost::format s_floorCallButtonFormat("Floor call button");
 
 namespace detail {

@@ -2,6 +2,8 @@
 // The handler's limits. An integrator can change them without a new build,
 // through environment variables read when a handler is created.
 
+#include <LuaKnxDownloadHandler/Rules.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -11,15 +13,6 @@ namespace Korvex::luaknxdownloadhandler {
 /// is some tens of MiB), yet a bound on what a runaway script can make the
 /// builder hold.
 inline constexpr std::size_t kDefaultMaxDocumentBytes = 256U * 1024U * 1024U;
-/// Lua instructions one script call may run: 1,000 times the most expensive
-/// call of the largest generated download (1,754, bench/script_limits.cpp),
-/// rounded up (docs/description-scripts.md).
-inline constexpr std::uint64_t kDefaultScriptMaxInstructions = 2'000'000;
-/// Bytes the script's interpreter may hold. 1,000 times the peak of a
-/// 255 x 255 x 4 download (2.2 MB) would be gigabytes, so it is capped at what
-/// a 32-bit panel can spare; the 255 x 255 x 100 download peaks at 67.5 MB.
-inline constexpr std::size_t kDefaultScriptMaxMemory = 128U * 1024U * 1024U;
-
 /// Environment variables, each a decimal number.
 inline constexpr const char* kMaxDocumentBytesVariable = "LKDH_MAX_DOCUMENT_BYTES";
 inline constexpr const char* kScriptMaxInstructionsVariable = "LKDH_SCRIPT_MAX_INSTRUCTIONS";

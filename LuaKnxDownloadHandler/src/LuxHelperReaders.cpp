@@ -2,6 +2,7 @@
 // the interpreter's stack, leaves it there and never takes the mutex.
 
 #include <LuaKnxDownloadHandler/LuxHelper.h>
+#include <LuaKnxDownloadHandler/Rules.h>
 
 #include "LuxHelperStack.h"
 
@@ -20,10 +21,6 @@
 namespace Korvex::luaknxdownloadhandler {
 
 namespace {
-
-// Static data nests through SubData by recursion; this bounds the C stack it
-// may use (about 4 Lua slots and two C++ frames per level).
-constexpr int kMaxStaticDataDepth = 1000;
 
 // Counted by the bridge, whose mutex the reader holds.
 class StaticDataDepth {

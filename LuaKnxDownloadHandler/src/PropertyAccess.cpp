@@ -2,8 +2,6 @@
 
 #include "Formats.h"
 
-#include <boost/algorithm/string/trim.hpp>
-
 #include <utility>
 
 namespace Korvex::luaknxdownloadhandler {
@@ -55,8 +53,7 @@ std::string StringFromMemory(const boost::optional<unsigned int>& address, Prope
     // property id in the script right where the user would see the name.
     return WrongPropertyIdText(info.PropertyId);
   }
-  std::string text = memory->GetRange(*address, length).GetStringValue(0);
-  boost::algorithm::trim(text);
+  std::string text = MemoryText(*memory, *address, length);
   return text.empty() ? std::move(fallback) : text;
 }
 

@@ -3,6 +3,7 @@
 #include "PluginLoader.h"
 
 #include <Korvex/IKnxDownloadHandler.h>
+#include <LuaKnxDownloadHandler/ValueTypes.h>
 
 #include <pugixml.hpp>
 
@@ -170,12 +171,10 @@ std::vector<std::string> SummaryLines(const DocumentSummary& summary) {
                            " of functions and "
                            "static data";
   // In the order of the value types, then whatever the script's tables did not name.
-  static const char* const kOrder[] = {"Bool",   "Int8",   "Int16",     "Int32",   "UInt8",
-                                       "UInt16", "UInt32", "Float16",   "Float32", "Text",
-                                       "Name",   "Url",    "GENERIC_20"};
   std::string byType;
   auto remaining = summary.parameterTypes;
-  for (const char* type : kOrder) {
+  for (const auto& info : Korvex::luaknxdownloadhandler::kValueTypes) {
+    const std::string type(info.name);
     const auto found = remaining.find(type);
     if (found == remaining.end()) continue;
     byType += (byType.empty() ? ": " : ", ") + std::to_string(found->second) + " " + type;

@@ -1,20 +1,13 @@
 #include "DumpAccess.h"
 
+#include <LuaKnxDownloadHandler/KnxValues.h>
+#include <LuaKnxDownloadHandler/Rules.h>
+
+#include <boost/format.hpp>
+
 #include <cstring>
 
 namespace lkdh::host {
-
-namespace {
-
-std::string Trimmed(const std::string& text) {
-  const char* const blanks = " \t\n\v\f\r";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) return {};
-  const std::size_t last = text.find_last_not_of(blanks);
-  return text.substr(first, last - first + 1);
-}
-
-}  // namespace
 
 const KnxStack::IProperty* DumpAccess::Find(PropertyAddress address) const {
   const auto found = m_dump.interfaceObjects.find(address.object);
@@ -98,11 +91,7 @@ std::optional<float> DumpAccess::Float32(PropertyAddress address, Element elemen
 std::optional<float> DumpAccess::Float16(PropertyAddress address, Element element) const {
   const auto raw = UInt16(address, element);
   if (!raw) return std::nullopt;
-  std::int32_t mantissa = *raw & 0x7FF;
-  if ((*raw & 0x8000U) != 0) mantissa -= 2048;
-  const int exponent = (*raw >> 11) & 0xF;
-  const std::int32_t scaled = mantissa * (std::int32_t{1} << exponent);
-  return static_cast<float>(scaled) * 0.01F;
+  return Korvex::luaknxdownloadhandler::DecodeKnxFloat16(*raw);
 }
 
 std::string DumpAccess::PropertyText(PropertyAddress address, Element element,
@@ -116,10 +105,10 @@ std::string DumpAccess::MemoryText(PropertyAddress address, Element element, std
                                    const std::string& fallback) const {
   const auto where = UInt32(address, element);
   if (!where) {
-    return "ERROR: maybe wrong property id (" + std::to_string(address.property) +
-           "), no User should see this!";
+    return (boost::format(Korvex::luaknxdownloadhandler::kWrongPropertyIdFormat) % address.property)
+        .str();
   }
-  const std::string text = Trimmed(m_dump.memory.GetRange(*where, limit).GetStringValue(0));
+  const std::string text = Korvex::luaknxdownloadhandler::MemoryText(m_dump.memory, *where, limit);
   return text.empty() ? fallback : text;
 }
 

@@ -6,6 +6,8 @@
 #include "DownloadDump.h"
 #include "Findings.h"
 
+#include <LuaKnxDownloadHandler/Rules.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -16,9 +18,11 @@ namespace lkdh::host {
 // The plug-in's default budgets, so that what passes here also runs on the device.
 
 /// A call that runs longer than this many Lua instructions is stopped.
-inline constexpr int kInstructionLimit = 2'000'000;
+inline constexpr int kInstructionLimit =
+    static_cast<int>(Korvex::luaknxdownloadhandler::kDefaultScriptMaxInstructions);
 /// The interpreter may not hold more than this; a script that wants more is stopped.
-inline constexpr std::size_t kScriptMemoryLimit = 128U * 1024U * 1024U;
+inline constexpr std::size_t kScriptMemoryLimit =
+    Korvex::luaknxdownloadhandler::kDefaultScriptMaxMemory;
 
 struct ScriptCheckInput {
   std::string scriptPath;

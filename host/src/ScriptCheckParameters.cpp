@@ -2,6 +2,8 @@
 // Key, Type, Property, Digits and ShowIf fields.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/ValueTypes.h>
+
 #include <algorithm>
 #include <map>
 #include <string>
@@ -12,15 +14,15 @@ namespace lkdh::host::detail {
 
 namespace {
 
-// The value type names the plug-in writes; anything else is left out.
-const std::vector<std::string> kValueTypes = {"Bool",   "Int8",   "Int16",     "Int32",   "UInt8",
-                                              "UInt16", "UInt32", "Float16",   "Float32", "Text",
-                                              "Name",   "Url",    "GENERIC_20"};
-
 const std::vector<std::string> kParameterFields = {"Key", "Type", "Property", "Digits", "ShowIf"};
 
-bool IsValueType(const std::string& type) {
-  return std::find(kValueTypes.begin(), kValueTypes.end(), type) != kValueTypes.end();
+// The value type names the plug-in writes, as candidates of a misspelt one.
+std::vector<std::string> ValueTypeNames() {
+  std::vector<std::string> names;
+  for (const auto& info : Korvex::luaknxdownloadhandler::kValueTypes) {
+    names.emplace_back(info.name);
+  }
+  return names;
 }
 
 }  // namespace
@@ -59,8 +61,8 @@ std::vector<ParameterRecord> Checker::WalkParameterList(int list, const Context&
 
 void Checker::CheckValueType(const Context& context, const std::string& prefix,
                              const std::string& type, const std::string& consequence) {
-  if (IsValueType(type)) return;
-  const std::string suggestion = ClosestName(type, kValueTypes);
+  if (Korvex::luaknxdownloadhandler::FindValueType(type) != nullptr) return;
+  const std::string suggestion = ClosestName(type, ValueTypeNames());
   Report(Severity::Error, context,
          prefix + "unknown value type '" + type + "'" +
              (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)") + ": " +

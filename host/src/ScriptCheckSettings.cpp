@@ -2,6 +2,8 @@
 // called with the door communication type the settings give.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/Rules.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -13,39 +15,20 @@ namespace lkdh::host::detail {
 
 namespace {
 
-// The setting names the document builder reads, in the order it reads them.
-const std::vector<std::string> kSettings = {"MaxFunctionPerFolder",
-                                            "MaxNameCharCount",
-                                            "MaxTextCharCount",
-                                            "MaxUrlCharCount",
-                                            "ShowRootFolder",
-                                            "ShowOutdoorTemp",
-                                            "ShowIndoorTemp",
-                                            "ShowDateTime",
-                                            "UseTVK",
-                                            "DcsType",
-                                            "UseDcsFloorcall",
-                                            "DcsFloorCallNameOffset",
-                                            "DcsFloorCallMelody",
-                                            "UseWeather",
-                                            "UseTimers",
-                                            "UseHeatingTimers",
-                                            "ResetUserData",
-                                            "NumberOfFolders",
-                                            "FolderNameOffset",
-                                            "FolderIcon",
-                                            "FolderShowOnHome",
-                                            "NumberFuncPerFolder",
-                                            "ChannelType",
-                                            "FunctionNameOffset"};
-
-// The limits without which the builder writes no document.
-const std::set<std::string> kRequiredSettings = {"MaxFunctionPerFolder", "MaxNameCharCount",
-                                                 "MaxTextCharCount"};
+using Korvex::luaknxdownloadhandler::kRequiredSettings;
+using Korvex::luaknxdownloadhandler::kSettingNames;
 
 bool IsSetting(const std::string& name) {
-  return std::find(kSettings.begin(), kSettings.end(), name) != kSettings.end();
+  return std::find(kSettingNames.begin(), kSettingNames.end(), name) != kSettingNames.end();
 }
+
+bool IsRequired(const std::string& name) {
+  return std::find(kRequiredSettings.begin(), kRequiredSettings.end(), name) !=
+         kRequiredSettings.end();
+}
+
+// The setting names, as candidates of a misspelt one.
+std::vector<std::string> SettingNames() { return {kSettingNames.begin(), kSettingNames.end()}; }
 
 }  // namespace
 
@@ -80,7 +63,7 @@ void Checker::CheckPropertyIds() {
       m_settings[name] = address;
       CheckAddress(address, setting, "its property", "");
     } else {
-      const bool required = kRequiredSettings.count(name) != 0;
+      const bool required = IsRequired(name);
       Report(required ? Severity::Error : Severity::Warning, context,
              "setting '" + name + "' is " + Describe(value) +
                  ", not a property table: the plug-in leaves it out and reads it at the zero "
@@ -92,7 +75,7 @@ void Checker::CheckPropertyIds() {
 
   for (const std::string& name : named) {
     if (IsSetting(name)) continue;
-    const std::string suggestion = ClosestName(name, kSettings);
+    const std::string suggestion = ClosestName(name, SettingNames());
     if (!suggestion.empty() && named.count(suggestion) == 0) {
       Report(
           Severity::Warning, context,
@@ -101,9 +84,9 @@ void Checker::CheckPropertyIds() {
       Report(Severity::Info, context, "setting '" + name + "' is not read by the plug-in");
     }
   }
-  for (const std::string& name : kSettings) {
+  for (const std::string& name : SettingNames()) {
     if (named.count(name) != 0) continue;
-    if (kRequiredSettings.count(name) != 0) {
+    if (IsRequired(name)) {
       const char* when = name == "MaxFunctionPerFolder" ? " when there are folders" : "";
       Report(Severity::Error, context,
              "setting '" + name +
@@ -131,12 +114,9 @@ void Checker::CheckDcsType() {
   if (!Present(kHandleDcsType)) return;
   std::vector<std::int64_t> values;
   if (m_dump) {
-    // As the builder does: a floor call without a type makes the script see type 10.
-    std::int64_t type = m_dump->UInt8(Setting("DcsType"), std::nullopt).value_or(0);
-    if (m_dump->Bool(Setting("UseDcsFloorcall"), std::nullopt).value_or(false) && type == 0) {
-      type = 10;
-    }
-    values.push_back(type);
+    values.push_back(Korvex::luaknxdownloadhandler::ScriptDcsType(
+        m_dump->UInt8(Setting("DcsType"), std::nullopt).value_or(0),
+        m_dump->Bool(Setting("UseDcsFloorcall"), std::nullopt).value_or(false)));
   } else {
     for (std::int64_t type = 0; type <= 255; ++type) values.push_back(type);
   }

@@ -2,6 +2,10 @@
 // the function with the arguments the plug-in would pass.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/Rules.h>
+#include <LuaKnxDownloadHandler/ShowIfArgument.h>
+#include <LuaKnxDownloadHandler/ValueTypes.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -15,6 +19,45 @@ namespace {
 
 const std::vector<std::string> kShowIfFields = {"PropertyIds", "Function"};
 const std::vector<std::string> kShowIfEntryFields = {"Id", "Type"};
+
+// The values of a ShowIf function's arguments: from the dump, or zero values without one.
+struct DumpShowIfSource {
+  const DumpAccess* dump;
+  Element element;
+  std::uint8_t nameLimit;
+  std::uint8_t textLimit;
+
+  template <typename Value>
+  using Read = std::optional<Value> (DumpAccess::*)(PropertyAddress, Element) const;
+  template <typename Value>
+  std::optional<Value> Get(Read<Value> read, PropertyAddress id) const {
+    if (dump == nullptr) return std::nullopt;
+    return (dump->*read)(id, element);
+  }
+
+  std::optional<bool> Bool(PropertyAddress id) const { return Get(&DumpAccess::Bool, id); }
+  std::optional<std::uint8_t> UInt8(PropertyAddress id) const {
+    return Get(&DumpAccess::UInt8, id);
+  }
+  std::optional<std::uint16_t> UInt16(PropertyAddress id) const {
+    return Get(&DumpAccess::UInt16, id);
+  }
+  std::optional<std::uint32_t> UInt32(PropertyAddress id) const {
+    return Get(&DumpAccess::UInt32, id);
+  }
+  std::optional<float> Float16(PropertyAddress id) const { return Get(&DumpAccess::Float16, id); }
+  std::optional<float> Float32(PropertyAddress id) const { return Get(&DumpAccess::Float32, id); }
+  std::string Text(PropertyAddress id) const {
+    return dump != nullptr ? dump->MemoryText(id, element, textLimit, "") : std::string();
+  }
+  std::string Name(PropertyAddress id) const {
+    const std::string fallback = Korvex::luaknxdownloadhandler::kShowIfNameDefault;
+    return dump != nullptr ? dump->MemoryText(id, element, nameLimit, fallback) : fallback;
+  }
+  std::string Generic20(PropertyAddress id) const {
+    return dump != nullptr ? dump->PropertyText(id, element, "") : std::string();
+  }
+};
 
 }  // namespace
 
@@ -129,9 +172,11 @@ void Checker::WalkShowIfEntry(int table, const Context& context, const std::stri
         return;
       }
       entry.type = TextOf(value);
-      if (entry.type == "Url") {
+      const auto* info = Korvex::luaknxdownloadhandler::FindValueType(entry.type);
+      if (info != nullptr && !info->showIfArgument) {
         Report(Severity::Warning, context,
-               prefix + "a 'Url' entry passes no argument (a later one takes its place)");
+               prefix + "a '" + std::string(info->name) +
+                   "' entry passes no argument (a later one takes its place)");
       } else {
         CheckValueType(context, prefix, entry.type, noArgument);
       }
@@ -151,43 +196,12 @@ void Checker::WalkShowIfEntry(int table, const Context& context, const std::stri
 // "Url" and unknown types none.
 ovslua::Lua::Args Checker::ShowIfArguments(const std::vector<ShowIfEntry>& entries,
                                            const ArgumentSource& source) const {
-  using Arg = ovslua::Lua::Args::Arg;
+  const DumpShowIfSource values{source.fromDump && m_dump ? &*m_dump : nullptr, source.element,
+                                m_nameLimit, m_textLimit};
   ovslua::Lua::Args arguments;
-  const DumpAccess* dump = source.fromDump && m_dump ? &*m_dump : nullptr;
-  const Element element = source.element;
   for (const ShowIfEntry& entry : entries) {
-    const std::string& type = entry.type;
-    const PropertyAddress id = entry.id;
-    if (type == "Bool") {
-      arguments += Arg::FromBool(dump != nullptr && dump->Bool(id, element).value_or(false));
-    } else if (type == "Int8" || type == "UInt8") {
-      const std::uint8_t raw = dump != nullptr ? dump->UInt8(id, element).value_or(0) : 0;
-      arguments += Arg::FromInt(type == "Int8" ? static_cast<std::int8_t>(raw) : raw);
-    } else if (type == "Int16" || type == "UInt16") {
-      const std::uint16_t raw = dump != nullptr ? dump->UInt16(id, element).value_or(0) : 0;
-      arguments += Arg::FromInt(type == "Int16" ? static_cast<std::int16_t>(raw) : raw);
-    } else if (type == "Int32") {
-      const std::uint32_t raw = dump != nullptr ? dump->UInt32(id, element).value_or(0) : 0;
-      arguments += Arg::FromInt(static_cast<std::int32_t>(raw));
-    } else if (type == "UInt32") {
-      arguments += Arg::FromUnsigned(dump != nullptr ? dump->UInt32(id, element).value_or(0) : 0);
-    } else if (type == "Float16" || type == "Float32") {
-      float value = 0.0F;
-      if (dump != nullptr) {
-        value = (type == "Float16" ? dump->Float16(id, element) : dump->Float32(id, element))
-                    .value_or(0.0F);
-      }
-      arguments += Arg::FromDouble(static_cast<double>(value));
-    } else if (type == "Text") {
-      arguments += Arg::FromString(dump != nullptr ? dump->MemoryText(id, element, m_textLimit, "")
-                                                   : std::string());
-    } else if (type == "Name") {
-      arguments += Arg::FromString(dump != nullptr
-                                       ? dump->MemoryText(id, element, m_nameLimit, "DefaultString")
-                                       : std::string("DefaultString"));
-    } else if (type == "GENERIC_20") {
-      arguments +=
-          Arg::FromString(dump != nullptr ? dump->PropertyText(id, element, "") : std::string());
+    if (const auto* info = Korvex::luaknxdownloadhandler::FindValueType(entry.type)) {
+      Korvex::luaknxdownloadhandler::AppendShowIfArgument(arguments, info->type, values, entry.id);
     }
   }
   return arguments;

@@ -2,6 +2,8 @@
 // parameters, and SubData nested to any depth.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/Rules.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -14,8 +16,7 @@ namespace {
 const std::vector<std::string> kStaticEntryFields = {"EnabledProperty", "Type", "Parameters",
                                                      "SubData"};
 
-// The plug-in gives up on static data nested deeper than this.
-constexpr int kMaxStaticDataDepth = 1000;
+using Korvex::luaknxdownloadhandler::kMaxStaticDataDepth;
 
 // A static-data path as findings show it: deep ones keep their two ends.
 std::string ShownPath(const std::string& path) {

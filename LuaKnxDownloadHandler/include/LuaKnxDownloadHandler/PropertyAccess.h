@@ -2,6 +2,8 @@
 // Typed reads of KNX property values, array elements and memory-image strings,
 // and the shared formatter objects of the document builder.
 
+#include <LuaKnxDownloadHandler/KnxValues.h>
+
 #include <KnxStack/BinaryData.h>
 #include <KnxStack/IInterfaceObject.h>
 #include <Korvex/IKnxDownloadHandler.h>
@@ -110,20 +112,6 @@ inline float ReadFloat(KnxStack::BinaryData& data, unsigned int offset) {
 }
 
 }  // namespace detail
-
-/// KNX 2-octet float (DPT 9) of a raw value, in single precision. 0x7FFF, the
-/// KNX "invalid" marker, decodes like any other value.
-inline float DecodeKnxFloat16(std::uint16_t raw) {
-  std::int32_t mantissa = raw & 0x7FF;
-  if ((raw & 0x8000) != 0) {
-    mantissa -= 2048;
-  }
-  const int exponent = (raw >> 11) & 0xF;
-  // Multiplying instead of shifting: a left shift of a negative value is
-  // undefined before C++20, and m x 2^e always fits in 32 bits.
-  const std::int32_t scaled = mantissa * (std::int32_t{1} << exponent);
-  return static_cast<float>(scaled) * 0.01F;
-}
 
 namespace detail {
 inline float ReadFloat16(KnxStack::BinaryData& data, unsigned int offset) {
