@@ -116,72 +116,56 @@ void LuxHelper::EnterRecord() const {
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
   lua_State* state = m_luaState;
-  if (!lux::TableOnTop(state)) return info;
-  lux::EnsureStack(state, 2);
-  lua_pushnil(state);
-  while (lua_next(state, -2) != 0) {
-    std::string_view key;
-    if (lux::KeyAsText(state, key)) {
-      const bool integer = lua_isinteger(state, -1) != 0;
-      if (key == "PropertyId") {
-        // Property ids are one octet: 300 is deliberately read as 44.
-        if (integer) {
-          info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
-        } else if (m_diagnostics != nullptr) {
-          NoteWrongType("PropertyId", "an integer", "read as 0");
-        }
-      } else if (key == "InterfaceObjectId") {
-        if (integer) {
-          info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
-        } else if (m_diagnostics != nullptr) {
-          NoteWrongType("InterfaceObjectId", "an integer", "read as 0");
-        }
+  lux::ForEachField(state, 2, [&](std::string_view key) {
+    const bool integer = lua_isinteger(state, -1) != 0;
+    if (key == "PropertyId") {
+      // Property ids are one octet: 300 is deliberately read as 44.
+      if (integer) {
+        info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
       } else if (m_diagnostics != nullptr) {
-        NoteUnknownField(key);
+        NoteWrongType("PropertyId", "an integer", "read as 0");
       }
+    } else if (key == "InterfaceObjectId") {
+      if (integer) {
+        info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
+      } else if (m_diagnostics != nullptr) {
+        NoteWrongType("InterfaceObjectId", "an integer", "read as 0");
+      }
+    } else if (m_diagnostics != nullptr) {
+      NoteUnknownField(key);
     }
-    lua_pop(state, 1);
-  }
+  });
   return info;
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
   std::map<std::string, PropertyInfo> propertyIds;
   lua_State* state = m_luaState;
-  if (!lux::TableOnTop(state)) return propertyIds;
-  lux::EnsureStack(state, 2);
-  lua_pushnil(state);
-  while (lua_next(state, -2) != 0) {
-    std::string_view key;
-    if (lux::KeyAsText(state, key) && lua_type(state, -1) == LUA_TTABLE) {
-      if (HasNul(key)) {
-        WarnNul(m_query, "a setting name", key);
-      } else {
-        std::string name(key);
-        const std::size_t mark = NoteMark();
-        PropertyInfo info = FillProperty();
-        ReportNotes(mark, "setting", name);
-        // emplace keeps the first entry under a name.
-        propertyIds.emplace(std::move(name), info);
+  lux::ForEachField(state, 2, [&](std::string_view key) {
+    if (lua_type(state, -1) != LUA_TTABLE) {
+      if (m_diagnostics != nullptr && !key.empty()) {
+        Note(SkipReason::WrongValueType, std::string("a ") + luaL_typename(state, -1) +
+                                             ", not a property table: the setting is not read");
+        ReportNotes(NoteMark() - 1, "setting", key);
       }
-    } else if (m_diagnostics != nullptr && !key.empty()) {
-      Note(SkipReason::WrongValueType, std::string("a ") + luaL_typename(state, -1) +
-                                           ", not a property table: the setting is not read");
-      ReportNotes(NoteMark() - 1, "setting", key);
+    } else if (HasNul(key)) {
+      WarnNul(m_query, "a setting name", key);
+    } else {
+      std::string name(key);
+      const std::size_t mark = NoteMark();
+      PropertyInfo info = FillProperty();
+      ReportNotes(mark, "setting", name);
+      // emplace keeps the first entry under a name.
+      propertyIds.emplace(std::move(name), info);
     }
-    lua_pop(state, 1);
-  }
+  });
   return propertyIds;
 }
 
 std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
   std::vector<LuaParameter> parameters;
   lua_State* state = m_luaState;
-  if (!lux::TableOnTop(state)) return parameters;
-  lux::EnsureStack(state, 2);
-  lua_pushnil(state);
-  // The list's keys are never read, so a Lua sequence serves.
-  while (lua_next(state, -2) != 0) {
+  lux::ForEachValue(state, 2, [&] {
     if (lua_type(state, -1) == LUA_TTABLE) {
       FillLuaParameter(parameters);
     } else if (m_diagnostics != nullptr) {
@@ -190,8 +174,7 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
                                            ", not a parameter table: skipped");
       ReportNotes(NoteMark() - 1, "parameter", "");
     }
-    lua_pop(state, 1);
-  }
+  });
   std::sort(
       parameters.begin(), parameters.end(),
       [](const LuaParameter& left, const LuaParameter& right) { return left.key < right.key; });
@@ -202,47 +185,39 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   LuaParameter parameter;
   lua_State* state = m_luaState;
   const std::size_t mark = NoteMark();
-  if (lux::TableOnTop(state)) {
-    lux::EnsureStack(state, 2);
-    lua_pushnil(state);
-    while (lua_next(state, -2) != 0) {
-      std::string_view key;
-      if (lux::KeyAsText(state, key)) {
-        const int type = lua_type(state, -1);
-        const bool noted = m_diagnostics != nullptr;
-        if (key == "Key") {
-          if (!TextValue(state, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
-            NoteWrongType("Key", "a string", "the key is empty");
-          }
-        } else if (key == "Type") {
-          if (!TextValue(state, parameter.type, m_query, "Type") && noted && type != LUA_TSTRING) {
-            NoteWrongType("Type", "a string", "the parameter is not written");
-          }
-        } else if (key == "Property") {
-          if (type == LUA_TTABLE) {
-            parameter.property = FillProperty();
-          } else if (noted) {
-            NoteWrongType("Property", "a table", "read at interface object 0, property 0");
-          }
-        } else if (key == "Digits") {
-          if (lua_isinteger(state, -1) != 0) {
-            parameter.digits = static_cast<std::int32_t>(Low32(lua_tointeger(state, -1)));
-          } else if (noted) {
-            NoteWrongType("Digits", "an integer", "no decimals");
-          }
-        } else if (key == "ShowIf") {
-          if (type == LUA_TTABLE) {
-            parameter.showIf = FillLuaParameterShowIf();
-          } else if (noted) {
-            NoteWrongType("ShowIf", "a table", "the parameter is always shown");
-          }
-        } else if (noted) {
-          NoteUnknownField(key);
-        }
+  const bool noted = m_diagnostics != nullptr;
+  lux::ForEachField(state, 2, [&](std::string_view key) {
+    const int type = lua_type(state, -1);
+    if (key == "Key") {
+      if (!TextValue(state, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
+        NoteWrongType("Key", "a string", "the key is empty");
       }
-      lua_pop(state, 1);
+    } else if (key == "Type") {
+      if (!TextValue(state, parameter.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+        NoteWrongType("Type", "a string", "the parameter is not written");
+      }
+    } else if (key == "Property") {
+      if (type == LUA_TTABLE) {
+        parameter.property = FillProperty();
+      } else if (noted) {
+        NoteWrongType("Property", "a table", "read at interface object 0, property 0");
+      }
+    } else if (key == "Digits") {
+      if (lua_isinteger(state, -1) != 0) {
+        parameter.digits = static_cast<std::int32_t>(Low32(lua_tointeger(state, -1)));
+      } else if (noted) {
+        NoteWrongType("Digits", "an integer", "no decimals");
+      }
+    } else if (key == "ShowIf") {
+      if (type == LUA_TTABLE) {
+        parameter.showIf = FillLuaParameterShowIf();
+      } else if (noted) {
+        NoteWrongType("ShowIf", "a table", "the parameter is always shown");
+      }
+    } else if (noted) {
+      NoteUnknownField(key);
     }
-  }
+  });
   ReportNotes(mark, "parameter", parameter.key);
   parameters.push_back(std::move(parameter));
 }
@@ -250,77 +225,64 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
 LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
   LuaParameterShowIf showIf;
   lua_State* state = m_luaState;
-  if (!lux::TableOnTop(state)) return showIf;
+  const bool noted = m_diagnostics != nullptr;
   // Key, value and the copy of a function that luaL_ref consumes.
-  lux::EnsureStack(state, 3);
-  lua_pushnil(state);
-  while (lua_next(state, -2) != 0) {
-    std::string_view key;
-    if (lux::KeyAsText(state, key)) {
-      const int type = lua_type(state, -1);
-      const bool noted = m_diagnostics != nullptr;
-      if (key == "PropertyIds") {
-        if (type == LUA_TTABLE) {
-          FillLuaParameterShowIfPropertyIds(showIf.propertyIds);
-        } else if (noted) {
-          NoteWrongType("PropertyIds", "a table", "the parameter is always shown");
-        }
-      } else if (key == "Function") {
-        if (type == LUA_TFUNCTION) {
-          // Never released: the builder calls it after this query returned.
-          lua_pushvalue(state, -1);
-          showIf.functionRef = luaL_ref(state, LUA_REGISTRYINDEX);
-        } else if (noted) {
-          NoteWrongType("Function", "a function", "with PropertyIds its call fails");
-        }
+  lux::ForEachField(state, 3, [&](std::string_view key) {
+    const int type = lua_type(state, -1);
+    if (key == "PropertyIds") {
+      if (type == LUA_TTABLE) {
+        FillLuaParameterShowIfPropertyIds(showIf.propertyIds);
       } else if (noted) {
-        NoteUnknownField(key);
+        NoteWrongType("PropertyIds", "a table", "the parameter is always shown");
       }
+    } else if (key == "Function") {
+      if (type == LUA_TFUNCTION) {
+        // Never released: the builder calls it after this query returned.
+        lua_pushvalue(state, -1);
+        showIf.functionRef = luaL_ref(state, LUA_REGISTRYINDEX);
+      } else if (noted) {
+        NoteWrongType("Function", "a function", "with PropertyIds its call fails");
+      }
+    } else if (noted) {
+      NoteUnknownField(key);
     }
-    lua_pop(state, 1);
-  }
+  });
   return showIf;
 }
 
 void LuxHelper::FillLuaParameterShowIfPropertyIds(
     std::vector<LuaParameterShowIfPropertyIds>& propertyIds) const {
   lua_State* state = m_luaState;
-  if (!lux::TableOnTop(state)) return;
-  lux::EnsureStack(state, 4);
-  lua_pushnil(state);
-  // The list's keys are never read; each element is a table with "Id" and "Type".
-  while (lua_next(state, -2) != 0) {
-    if (lua_type(state, -1) == LUA_TTABLE) {
-      LuaParameterShowIfPropertyIds entry;
-      lua_pushnil(state);
-      while (lua_next(state, -2) != 0) {
-        std::string_view key;
-        if (lux::KeyAsText(state, key)) {
-          const bool noted = m_diagnostics != nullptr;
-          if (key == "Id") {
-            if (lua_type(state, -1) == LUA_TTABLE) {
-              entry.id = FillProperty();
-            } else if (noted) {
-              NoteWrongType("Id", "a table", "read at interface object 0, property 0");
-            }
-          } else if (key == "Type") {
-            if (!TextValue(state, entry.type, m_query, "Type") && noted &&
-                lua_type(state, -1) != LUA_TSTRING) {
-              NoteWrongType("Type", "a string", "the entry gives no argument");
-            }
-          } else if (noted) {
-            NoteUnknownField(key);
-          }
-        }
-        lua_pop(state, 1);
+  const bool noted = m_diagnostics != nullptr;
+  // The list's keys are never read; each element is a table with "Id" and "Type",
+  // walked inside the list's walk.
+  lux::ForEachValue(state, 4, [&] {
+    if (lua_type(state, -1) != LUA_TTABLE) {
+      if (noted) {
+        Note(SkipReason::WrongValueType, std::string("a ShowIf PropertyIds entry is a ") +
+                                             luaL_typename(state, -1) + ", not a table: skipped");
       }
-      propertyIds.push_back(std::move(entry));
-    } else if (m_diagnostics != nullptr) {
-      Note(SkipReason::WrongValueType, std::string("a ShowIf PropertyIds entry is a ") +
-                                           luaL_typename(state, -1) + ", not a table: skipped");
+      return;
     }
-    lua_pop(state, 1);
-  }
+    LuaParameterShowIfPropertyIds entry;
+    lux::ForEachField(state, 2, [&](std::string_view key) {
+      if (key == "Id") {
+        if (lua_type(state, -1) == LUA_TTABLE) {
+          entry.id = FillProperty();
+        } else if (noted) {
+          NoteWrongType("Id", "a table", "read at interface object 0, property 0");
+        }
+      } else if (key == "Type") {
+        if (!TextValue(state, entry.type, m_query, "Type") && noted &&
+            lua_type(state, -1) != LUA_TSTRING) {
+          NoteWrongType("Type", "a string", "the entry gives no argument");
+        }
+      } else if (noted) {
+        NoteUnknownField(key);
+      }
+    });
+    propertyIds.push_back(std::move(entry));
+  });
 }
 
 std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
@@ -328,24 +290,20 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state)) return staticData;
   const StaticDataDepth depth(m_staticDataDepth);
-  lux::EnsureStack(state, 2);
-  lua_pushnil(state);
-  while (lua_next(state, -2) != 0) {
-    std::string_view key;
-    if (lux::KeyAsText(state, key) && lua_type(state, -1) == LUA_TTABLE) {
-      if (HasNul(key)) {
-        WarnNul(m_query, "the name of a static-data entry", key);
-      } else {
-        FillLuxStaticData(staticData, std::string(key));
+  lux::ForEachField(state, 2, [&](std::string_view key) {
+    if (lua_type(state, -1) != LUA_TTABLE) {
+      if (m_diagnostics != nullptr && !key.empty()) {
+        EnterRecord();
+        Note(SkipReason::WrongValueType,
+             std::string("a ") + luaL_typename(state, -1) + ", not a table: skipped");
+        ReportNotes(NoteMark() - 1, "record", key);
       }
-    } else if (m_diagnostics != nullptr && !key.empty()) {
-      EnterRecord();
-      Note(SkipReason::WrongValueType,
-           std::string("a ") + luaL_typename(state, -1) + ", not a table: skipped");
-      ReportNotes(NoteMark() - 1, "record", key);
+    } else if (HasNul(key)) {
+      WarnNul(m_query, "the name of a static-data entry", key);
+    } else {
+      FillLuxStaticData(staticData, std::string(key));
     }
-    lua_pop(state, 1);
-  }
+  });
   std::sort(
       staticData.begin(), staticData.end(),
       [](const LuxStaticData& left, const LuxStaticData& right) { return left.name < right.name; });
@@ -358,51 +316,43 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
   lua_State* state = m_luaState;
   const std::size_t mark = NoteMark();
   const std::size_t parentPathSize = m_recordPath.size();
-  if (m_diagnostics != nullptr) {
+  const bool noted = m_diagnostics != nullptr;
+  if (noted) {
     if (parentPathSize != 0) m_recordPath += '/';
     m_recordPath += entry.name;
     EnterRecord();
   }
-  if (lux::TableOnTop(state)) {
-    lux::EnsureStack(state, 2);
-    lua_pushnil(state);
-    while (lua_next(state, -2) != 0) {
-      std::string_view key;
-      if (lux::KeyAsText(state, key)) {
-        const int type = lua_type(state, -1);
-        const bool noted = m_diagnostics != nullptr;
-        if (key == "EnabledProperty") {
-          // Engaged for any table, an empty one included.
-          if (type == LUA_TTABLE) {
-            entry.enabledProperty = FillProperty();
-          } else if (noted) {
-            NoteWrongType("EnabledProperty", "a table", "the record is always written");
-          }
-        } else if (key == "Type") {
-          if (!TextValue(state, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
-            NoteWrongType("Type", "a string", "the record's type is empty");
-          }
-        } else if (key == "Parameters") {
-          if (type == LUA_TTABLE) {
-            entry.parameters = GetLuaParameters();
-          } else if (noted) {
-            NoteWrongType("Parameters", "a table", "the record has no parameters");
-          }
-        } else if (key == "SubData") {
-          if (type == LUA_TTABLE) {
-            entry.subData = InGetStaticData();
-            if (noted) EnterRecord();
-          } else if (noted) {
-            NoteWrongType("SubData", "a table", "the record has no nested records");
-          }
-        } else if (noted) {
-          NoteUnknownField(key);
-        }
+  lux::ForEachField(state, 2, [&](std::string_view key) {
+    const int type = lua_type(state, -1);
+    if (key == "EnabledProperty") {
+      // Engaged for any table, an empty one included.
+      if (type == LUA_TTABLE) {
+        entry.enabledProperty = FillProperty();
+      } else if (noted) {
+        NoteWrongType("EnabledProperty", "a table", "the record is always written");
       }
-      lua_pop(state, 1);
+    } else if (key == "Type") {
+      if (!TextValue(state, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+        NoteWrongType("Type", "a string", "the record's type is empty");
+      }
+    } else if (key == "Parameters") {
+      if (type == LUA_TTABLE) {
+        entry.parameters = GetLuaParameters();
+      } else if (noted) {
+        NoteWrongType("Parameters", "a table", "the record has no parameters");
+      }
+    } else if (key == "SubData") {
+      if (type == LUA_TTABLE) {
+        entry.subData = InGetStaticData();
+        if (noted) EnterRecord();
+      } else if (noted) {
+        NoteWrongType("SubData", "a table", "the record has no nested records");
+      }
+    } else if (noted) {
+      NoteUnknownField(key);
     }
-  }
-  if (m_diagnostics != nullptr) {
+  });
+  if (noted) {
     ReportNotes(mark, "record", entry.name);
     m_recordPath.resize(parentPathSize);
   }
