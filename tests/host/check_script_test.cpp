@@ -440,6 +440,15 @@ INSTANTIATE_TEST_SUITE_P(
                   "PropertyIds entry [1]: Id (interface object 1, property 98) is not in the "
                   "download: interface object 1 has no property 98"},
                  0},
+        FlawCase{"NestedStaticDataOnANarrowProperty",
+                 "check_static_narrow.lua",
+                 {"--dump", kCheckDump},
+                 {At("check_static_narrow.lua", 10) +
+                  "error: GetStaticData(), entry 'Weather/Today', parameter 'Low': property "
+                  "narrower than the value type: Float16 reads 2 bytes but each element of "
+                  "interface object 2, property 70 holds 1 byte: the value takes in the bytes "
+                  "after it"},
+                 1},
         FlawCase{"PropertyWiderThanTheValueType",
                  "check_wide_property.lua",
                  {"--dump", kCheckDump},
