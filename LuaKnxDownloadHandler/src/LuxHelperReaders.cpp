@@ -99,9 +99,7 @@ void LuxHelper::NoteUnknownField(std::string_view field) const {
   Note(SkipReason::UnknownField, "'" + std::string(field) + "' is not read");
 }
 
-void LuxHelper::ReportNotes(std::size_t mark, std::string_view subject,
-                            std::string_view key) const {
-  if (m_diagnostics == nullptr) return;
+void LuxHelper::TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
   for (std::size_t index = mark; index < m_notes.size(); ++index) {
     m_diagnostics->Report({m_notes[index].reason, subject, key, m_notes[index].detail});
   }

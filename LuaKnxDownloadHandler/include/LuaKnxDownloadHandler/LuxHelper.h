@@ -77,7 +77,10 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void Note(SkipReason reason, std::string detail) const;
   void NoteWrongType(const char* field, const char* expected, const char* consequence) const;
   void NoteUnknownField(std::string_view field) const;
-  void ReportNotes(std::size_t mark, std::string_view subject, std::string_view key) const;
+  void ReportNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
+    if (m_diagnostics != nullptr) TellNotes(mark, subject, key);
+  }
+  void TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const;
   std::size_t NoteMark() const noexcept { return m_notes.size(); }
   void EnterRecord() const;
 

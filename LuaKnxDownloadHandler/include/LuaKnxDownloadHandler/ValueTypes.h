@@ -50,8 +50,11 @@ inline constexpr std::array<ValueTypeInfo, 13> kValueTypes = {{
 
 /// The value type of that name, or null for a name no writer knows.
 constexpr const ValueTypeInfo* FindValueType(std::string_view name) noexcept {
+  // Length and first letter first: a type is found with one full comparison.
   for (const ValueTypeInfo& info : kValueTypes) {
-    if (info.name == name) return &info;
+    if (info.name.size() == name.size() && info.name[0] == name[0] && info.name == name) {
+      return &info;
+    }
   }
   return nullptr;
 }
