@@ -3,6 +3,7 @@
 
 #include <LuaKnxDownloadHandler/LuxHelper.h>
 #include <LuaKnxDownloadHandler/Rules.h>
+#include <LuaKnxDownloadHandler/ScriptFields.h>
 
 #include "LuxHelperStack.h"
 
@@ -116,14 +117,14 @@ PropertyInfo LuxHelper::FillProperty() const {
   lua_State* state = m_luaState;
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const bool integer = lua_isinteger(state, -1) != 0;
-    if (key == "PropertyId") {
+    if (key == fields::kPropertyId) {
       // Property ids are one octet: 300 is deliberately read as 44.
       if (integer) {
         info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
       } else if (m_diagnostics != nullptr) {
         NoteWrongType("PropertyId", "an integer", "read as 0");
       }
-    } else if (key == "InterfaceObjectId") {
+    } else if (key == fields::kInterfaceObjectId) {
       if (integer) {
         info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
       } else if (m_diagnostics != nullptr) {
@@ -186,27 +187,27 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   const bool noted = m_diagnostics != nullptr;
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);
-    if (key == "Key") {
+    if (key == fields::kKey) {
       if (!TextValue(state, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
         NoteWrongType("Key", "a string", "the key is empty");
       }
-    } else if (key == "Type") {
+    } else if (key == fields::kType) {
       if (!TextValue(state, parameter.type, m_query, "Type") && noted && type != LUA_TSTRING) {
         NoteWrongType("Type", "a string", "the parameter is not written");
       }
-    } else if (key == "Property") {
+    } else if (key == fields::kProperty) {
       if (type == LUA_TTABLE) {
         parameter.property = FillProperty();
       } else if (noted) {
         NoteWrongType("Property", "a table", "read at interface object 0, property 0");
       }
-    } else if (key == "Digits") {
+    } else if (key == fields::kDigits) {
       if (lua_isinteger(state, -1) != 0) {
         parameter.digits = static_cast<std::int32_t>(Low32(lua_tointeger(state, -1)));
       } else if (noted) {
         NoteWrongType("Digits", "an integer", "no decimals");
       }
-    } else if (key == "ShowIf") {
+    } else if (key == fields::kShowIf) {
       if (type == LUA_TTABLE) {
         parameter.showIf = FillLuaParameterShowIf();
       } else if (noted) {
@@ -227,13 +228,13 @@ LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
   // Key, value and the copy of a function that luaL_ref consumes.
   lux::ForEachField(state, 3, [&](std::string_view key) {
     const int type = lua_type(state, -1);
-    if (key == "PropertyIds") {
+    if (key == fields::kPropertyIds) {
       if (type == LUA_TTABLE) {
         FillLuaParameterShowIfPropertyIds(showIf.propertyIds);
       } else if (noted) {
         NoteWrongType("PropertyIds", "a table", "the parameter is always shown");
       }
-    } else if (key == "Function") {
+    } else if (key == fields::kFunction) {
       if (type == LUA_TFUNCTION) {
         // Never released: the builder calls it after this query returned.
         lua_pushvalue(state, -1);
@@ -264,13 +265,13 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
     }
     LuaParameterShowIfPropertyIds entry;
     lux::ForEachField(state, 2, [&](std::string_view key) {
-      if (key == "Id") {
+      if (key == fields::kId) {
         if (lua_type(state, -1) == LUA_TTABLE) {
           entry.id = FillProperty();
         } else if (noted) {
           NoteWrongType("Id", "a table", "read at interface object 0, property 0");
         }
-      } else if (key == "Type") {
+      } else if (key == fields::kType) {
         if (!TextValue(state, entry.type, m_query, "Type") && noted &&
             lua_type(state, -1) != LUA_TSTRING) {
           NoteWrongType("Type", "a string", "the entry gives no argument");
@@ -322,24 +323,24 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
   }
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);
-    if (key == "EnabledProperty") {
+    if (key == fields::kEnabledProperty) {
       // Engaged for any table, an empty one included.
       if (type == LUA_TTABLE) {
         entry.enabledProperty = FillProperty();
       } else if (noted) {
         NoteWrongType("EnabledProperty", "a table", "the record is always written");
       }
-    } else if (key == "Type") {
+    } else if (key == fields::kType) {
       if (!TextValue(state, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
         NoteWrongType("Type", "a string", "the record's type is empty");
       }
-    } else if (key == "Parameters") {
+    } else if (key == fields::kParameters) {
       if (type == LUA_TTABLE) {
         entry.parameters = GetLuaParameters();
       } else if (noted) {
         NoteWrongType("Parameters", "a table", "the record has no parameters");
       }
-    } else if (key == "SubData") {
+    } else if (key == fields::kSubData) {
       if (type == LUA_TTABLE) {
         entry.subData = InGetStaticData();
         if (noted) EnterRecord();

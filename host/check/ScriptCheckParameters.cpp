@@ -2,6 +2,8 @@
 // Key, Type, Property, Digits and ShowIf fields.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/ScriptFields.h>
+
 #include <LuaKnxDownloadHandler/ValueTypes.h>
 
 #include <algorithm>
@@ -12,9 +14,11 @@
 
 namespace lkdh::host::detail {
 
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+
 namespace {
 
-const std::vector<std::string> kParameterFields = {"Key", "Type", "Property", "Digits", "ShowIf"};
+const std::vector<std::string> kParameterFields = fields::Names(fields::kParameterTable);
 
 // The value type names the plug-in writes, as candidates of a misspelt one.
 std::vector<std::string> ValueTypeNames() {
@@ -83,7 +87,7 @@ void Checker::WalkParameter(int table, const Context& listContext, const Key& li
   bool hasType = false;
   bool hasProperty = false;
   WalkFields(table, context, "a parameter table", [&](const std::string& field, int value) {
-    if (field == "Key") {
+    if (field == fields::kKey) {
       hasKey = true;
       if (IsText(value)) {
         record.key = TextOf(value);
@@ -91,7 +95,7 @@ void Checker::WalkParameter(int table, const Context& listContext, const Key& li
         Report(Severity::Warning, context,
                "Key is " + Describe(value) + ", not a string: the parameter's key is empty");
       }
-    } else if (field == "Type") {
+    } else if (field == fields::kType) {
       hasType = true;
       if (IsText(value)) {
         record.type = TextOf(value);
@@ -100,7 +104,7 @@ void Checker::WalkParameter(int table, const Context& listContext, const Key& li
         Report(Severity::Error, context,
                "Type is " + Describe(value) + ", not a string: the parameter is silently left out");
       }
-    } else if (field == "Property") {
+    } else if (field == fields::kProperty) {
       hasProperty = true;
       if (lua_type(m_state, value) == LUA_TTABLE) {
         const PropertyAddress address = CheckPropertyTable(value, context, "Property: ");
@@ -111,7 +115,7 @@ void Checker::WalkParameter(int table, const Context& listContext, const Key& li
                    ", not a property table: read at the zero address (interface object 0, "
                    "property 0)");
       }
-    } else if (field == "Digits") {
+    } else if (field == fields::kDigits) {
       if (lua_isinteger(m_state, value) == 0) {
         Report(Severity::Warning, context,
                NotInteger(field, value) + ", not an integer: ignored (no decimals)");
@@ -124,7 +128,7 @@ void Checker::WalkParameter(int table, const Context& listContext, const Key& li
                    std::to_string(static_cast<lua_Unsigned>(digits) & 0xFFU) +
                    " (only its low 8 bits count)");
       }
-    } else if (field == "ShowIf") {
+    } else if (field == fields::kShowIf) {
       if (lua_type(m_state, value) == LUA_TTABLE) {
         record.showIf = WalkShowIf(value, context);
       } else {

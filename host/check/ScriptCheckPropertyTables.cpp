@@ -2,15 +2,19 @@
 // anywhere in the script, and whether the download holds that property.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/ScriptFields.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace lkdh::host::detail {
 
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+
 namespace {
 
-const std::vector<std::string> kPropertyFields = {"InterfaceObjectId", "PropertyId"};
+const std::vector<std::string> kPropertyFields = fields::Names(fields::kPropertyTable);
 
 }  // namespace
 
@@ -19,7 +23,7 @@ PropertyAddress Checker::CheckPropertyTable(int table, const Context& context,
   PropertyAddress address;
   bool hasPropertyId = false;
   WalkFields(table, context, "a property table", [&](const std::string& field, int value) {
-    if (field == "PropertyId") {
+    if (field == fields::kPropertyId) {
       hasPropertyId = true;
       if (lua_isinteger(m_state, value) == 0) {
         Report(Severity::Error, context,
@@ -34,7 +38,7 @@ PropertyAddress Checker::CheckPropertyTable(int table, const Context& context,
                prefix + "PropertyId " + std::to_string(id) + " is read as " +
                    std::to_string(address.property) + " (only its low 8 bits count)");
       }
-    } else if (field == "InterfaceObjectId") {
+    } else if (field == fields::kInterfaceObjectId) {
       if (lua_isinteger(m_state, value) == 0) {
         Report(Severity::Error, context,
                prefix + NotInteger(field, value) +

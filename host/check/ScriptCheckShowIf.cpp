@@ -2,6 +2,8 @@
 // the function with the arguments the plug-in would pass.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/ScriptFields.h>
+
 #include <LuaKnxDownloadHandler/Rules.h>
 #include <LuaKnxDownloadHandler/ShowIfArgument.h>
 #include <LuaKnxDownloadHandler/ValueTypes.h>
@@ -15,10 +17,12 @@
 
 namespace lkdh::host::detail {
 
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+
 namespace {
 
-const std::vector<std::string> kShowIfFields = {"PropertyIds", "Function"};
-const std::vector<std::string> kShowIfEntryFields = {"Id", "Type"};
+const std::vector<std::string> kShowIfFields = fields::Names(fields::kShowIfTable);
+const std::vector<std::string> kShowIfEntryFields = fields::Names(fields::kShowIfEntryTable);
 
 // The values of a ShowIf function's arguments: from the dump, or zero values without one.
 struct DumpShowIfSource {
@@ -74,7 +78,7 @@ std::optional<ShowIfRule> Checker::WalkShowIf(int table, const Context& paramete
   std::string notAFunction;
   std::size_t entryTables = 0;
   WalkFields(table, context, "a ShowIf table", [&](const std::string& field, int value) {
-    if (field == "Function") {
+    if (field == fields::kFunction) {
       hasFunction = true;
       if (lua_type(m_state, value) == LUA_TFUNCTION) {
         lua_pushvalue(m_state, value);
@@ -82,7 +86,7 @@ std::optional<ShowIfRule> Checker::WalkShowIf(int table, const Context& paramete
       } else {
         notAFunction = Describe(value);
       }
-    } else if (field == "PropertyIds") {
+    } else if (field == fields::kPropertyIds) {
       if (lua_type(m_state, value) == LUA_TTABLE) {
         entryTables = WalkShowIfEntries(value, context, rule.entries);
       } else {
@@ -153,7 +157,7 @@ void Checker::WalkShowIfEntry(int table, const Context& context, const std::stri
   bool hasId = false;
   bool hasType = false;
   WalkFields(table, context, "a PropertyIds entry table", [&](const std::string& field, int value) {
-    if (field == "Id") {
+    if (field == fields::kId) {
       hasId = true;
       if (lua_type(m_state, value) == LUA_TTABLE) {
         entry.id = CheckPropertyTable(value, context, prefix + "Id: ");
@@ -164,7 +168,7 @@ void Checker::WalkShowIfEntry(int table, const Context& context, const std::stri
                    ", not a property table: read at the zero address (interface object 0, "
                    "property 0)");
       }
-    } else if (field == "Type") {
+    } else if (field == fields::kType) {
       hasType = true;
       if (!IsText(value)) {
         Report(Severity::Error, context,

@@ -2,6 +2,8 @@
 // parameters, and SubData nested to any depth.
 #include "ScriptCheckInternal.h"
 
+#include <LuaKnxDownloadHandler/ScriptFields.h>
+
 #include <LuaKnxDownloadHandler/Rules.h>
 
 #include <cstddef>
@@ -11,10 +13,11 @@
 
 namespace lkdh::host::detail {
 
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+
 namespace {
 
-const std::vector<std::string> kStaticEntryFields = {"EnabledProperty", "Type", "Parameters",
-                                                     "SubData"};
+const std::vector<std::string> kStaticEntryFields = fields::Names(fields::kStaticDataTable);
 
 using Korvex::luaknxdownloadhandler::kMaxStaticDataDepth;
 
@@ -106,7 +109,7 @@ void Checker::WalkStaticEntry(int table, const Context& context, const std::stri
   bool hasType = false;
   WalkFields(
       table, entryContext, "a static-data entry table", [&](const std::string& field, int value) {
-        if (field == "EnabledProperty") {
+        if (field == fields::kEnabledProperty) {
           if (lua_type(m_state, value) == LUA_TTABLE) {
             const PropertyAddress address =
                 CheckPropertyTable(value, entryContext, "EnabledProperty: ");
@@ -117,20 +120,20 @@ void Checker::WalkStaticEntry(int table, const Context& context, const std::stri
                    "EnabledProperty is " + Describe(value) +
                        ", not a property table: ignored, so the entry is always written");
           }
-        } else if (field == "Type") {
+        } else if (field == fields::kType) {
           hasType = true;
           if (!IsText(value)) {
             Report(Severity::Warning, entryContext,
                    "Type is " + Describe(value) + ", not a string: the entry's type is empty");
           }
-        } else if (field == "Parameters") {
+        } else if (field == fields::kParameters) {
           if (lua_type(m_state, value) == LUA_TTABLE) {
             CheckStaticParameters(value, entryContext, path);
           } else {
             Report(Severity::Warning, entryContext,
                    "Parameters is " + Describe(value) + ", not a list: read as no parameters");
           }
-        } else if (field == "SubData") {
+        } else if (field == fields::kSubData) {
           if (lua_type(m_state, value) != LUA_TTABLE) {
             Report(Severity::Warning, entryContext,
                    "SubData is " + Describe(value) + ", not a table: read as no nested entries");
