@@ -21,15 +21,6 @@ namespace {
 using Args = ovslua::Lua::Args;
 using Arg = ovslua::Lua::Args::Arg;
 
-/// The wrapper state a table query works on, lent by the bridge.
-struct Interpreter {
-  lua_State* const& state;
-  std::mutex& mutex;
-  int& status;
-  std::string& message;
-  const char*& query;  // the function whose result the readers read, for their warnings
-};
-
 // Names the running query for the readers' warnings, and no longer after it.
 class QueryName {
  public:
@@ -48,42 +39,6 @@ std::string FailureLine(const std::string& head, int status, const std::string& 
   std::ostringstream line;
   line << head << ovslua::Lua::GetErrorAsText(status) << ":" << message << ").";
   return line.str();
-}
-
-/// The call protocol of the table queries: the global function name with at
-/// most one integer argument, one result read by read() under the mutex.
-template <typename Result, typename Push, typename Run, typename Read, typename SetError>
-Result CallTableFunction(Interpreter wrapper, const std::string& name,
-                         std::initializer_list<std::uint32_t> arguments, Result failure,
-                         Push&& pushGlobalFunction, Run&& protectedCall, Read&& read,
-                         SetError&& setErrorMessage) {
-  std::lock_guard<std::mutex> lock(wrapper.mutex);
-  wrapper.status = LUA_OK;
-  wrapper.message.clear();
-  lua_State* state = wrapper.state;
-  if (state == nullptr) {
-    LOG4CPLUS_ERROR(ovslua::Lua::sm_logger, "Initialization missing.");
-    return failure;
-  }
-  // Declared after the lock, so the stack is restored before the mutex is free.
-  lux::StackHeightGuard guard(state);
-  lux::EnsureStack(state, static_cast<int>(arguments.size()) + 3);
-  // A metatable on _G runs script code: such a lookup runs inside the protected call.
-  const int extra = pushGlobalFunction(name.c_str());
-  for (const std::uint32_t argument : arguments) {
-    lua_pushinteger(state, static_cast<lua_Integer>(argument));
-  }
-  wrapper.status = protectedCall(static_cast<int>(arguments.size()) + extra, 1, name.c_str());
-  if (wrapper.status == LUA_OK) {
-    QueryName query(wrapper.query, name.c_str());
-    Result result = read();
-    lua_settop(state, -2);
-    return result;
-  }
-  setErrorMessage();
-  LOG4CPLUS_ERROR_STR(ovslua::Lua::sm_logger, FailureLine("Call function '" + name + "' failed (",
-                                                          wrapper.status, wrapper.message));
-  return failure;
 }
 
 Args UnsignedArgs(std::initializer_list<std::uint32_t> values) {
@@ -105,16 +60,47 @@ Args OneResult(int kind) {
 
 LuxHelper::~LuxHelper() { Release(); }
 
+template <typename Result, typename Run, typename Take, typename Head>
+Result LuxHelper::CallProtected(Result failure, Run&& run, Take&& take, Head&& head) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_status = LUA_OK;
+  m_errorMessage.clear();
+  if (m_luaState == nullptr) {
+    LOG4CPLUS_ERROR(sm_logger, "Initialization missing.");
+    return failure;
+  }
+  // Declared after the lock, so the stack is restored before the mutex is free.
+  lux::StackHeightGuard guard(m_luaState);
+  m_status = run();
+  if (m_status == LUA_OK) return take();
+  // A call that could not start has said why; otherwise the error object says.
+  if (m_errorMessage.empty()) SetErrorMessage();
+  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
+  return failure;
+}
+
 template <typename Result, typename Read>
 Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_t> arguments,
                             Result failure, Read&& read) {
-  return CallTableFunction(
-      Interpreter{m_luaState, m_mutex, m_status, m_errorMessage, m_query}, name, arguments,
-      std::move(failure), [this](const char* function) { return PushGlobalFunction(function); },
-      [this](int argumentCount, int resultCount, const char* function) {
-        return ProtectedCall(argumentCount, resultCount, function);
+  const auto argumentCount = static_cast<int>(arguments.size());
+  return CallProtected(
+      std::move(failure),
+      [this, name, arguments, argumentCount] {
+        lux::EnsureStack(m_luaState, argumentCount + 3);
+        // A metatable on _G runs script code: such a lookup runs inside the protected call.
+        const int extra = PushGlobalFunction(name);
+        for (const std::uint32_t argument : arguments) {
+          lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
+        }
+        return ProtectedCall(argumentCount + extra, 1, name);
       },
-      std::forward<Read>(read), [this] { SetErrorMessage(); });
+      [this, name, &read] {
+        QueryName query(m_query, name);
+        Result result = read();
+        lua_settop(m_luaState, -2);
+        return result;
+      },
+      [name] { return std::string("Call function '") + name + "' failed ("; });
 }
 
 void LuxHelper::SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory) {
@@ -206,38 +192,27 @@ std::vector<LuxStaticData> LuxHelper::GetStaticData() {
 }
 
 bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_status = LUA_OK;
-  m_errorMessage.clear();
-  if (m_luaState == nullptr) {
-    LOG4CPLUS_ERROR(sm_logger, "Initialization missing.");
-    return false;
-  }
-  lux::StackHeightGuard guard(m_luaState);
-  // Built only for a failure: a ShowIf function runs once per shown slot.
-  const auto head = [refId] {
-    return "Call function with ref id'" + std::to_string(refId) + "' failed (";
-  };
   const std::size_t count = args.Count();
-  // The function and every argument need a stack slot; the script decides how many.
-  if (count >= static_cast<std::size_t>(INT_MAX) ||
-      lua_checkstack(m_luaState, static_cast<int>(count) + 1) == 0) {
-    m_status = LUA_ERRRUN;
-    m_errorMessage = "stack overflow (" + std::to_string(count) + " arguments)";
-    LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
-    return false;
-  }
-  lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
-  PushArguments(args);
-  Args results = OneResult(Arg::Boolean);
-  m_status = ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
-  if (m_status == LUA_OK) {
-    PopReturnValues(results);
-    return static_cast<bool>(results[0]);
-  }
-  SetErrorMessage();
-  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
-  return false;
+  return CallProtected(
+      false,
+      [this, refId, &args, count] {
+        // The function and every argument need a stack slot; the script decides how many.
+        if (count >= static_cast<std::size_t>(INT_MAX) ||
+            lua_checkstack(m_luaState, static_cast<int>(count) + 1) == 0) {
+          m_errorMessage = "stack overflow (" + std::to_string(count) + " arguments)";
+          return LUA_ERRRUN;
+        }
+        lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
+        PushArguments(args);
+        return ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
+      },
+      [this] {
+        Args results = OneResult(Arg::Boolean);
+        PopReturnValues(results);
+        return static_cast<bool>(results[0]);
+      },
+      // Built only for a failure: a ShowIf function runs once per shown slot.
+      [refId] { return "Call function with ref id'" + std::to_string(refId) + "' failed ("; });
 }
 
 // Set by the download between its queries, never while one runs.

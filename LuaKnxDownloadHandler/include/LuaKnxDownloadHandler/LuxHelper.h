@@ -66,8 +66,14 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
 
  private:
-  /// The table queries' call protocol on this bridge's interpreter: the global
-  /// function name with the arguments, one result read by read().
+  /// The one call protocol of the bridge's own calls: under the mutex, the
+  /// stack put back after; run() pushes and runs the function (or says why it
+  /// cannot) and answers the status, take() reads the result, head() begins
+  /// the ERROR line of a failure.
+  template <typename Result, typename Run, typename Take, typename Head>
+  Result CallProtected(Result failure, Run&& run, Take&& take, Head&& head);
+  /// The table queries: the global function name with the arguments, one
+  /// result read by read().
   template <typename Result, typename Read>
   Result CallTable(const char* name, std::initializer_list<std::uint32_t> arguments, Result failure,
                    Read&& read);
