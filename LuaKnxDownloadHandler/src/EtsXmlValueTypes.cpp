@@ -355,4 +355,21 @@ bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
   return shown;
 }
 
+// Without diagnostics: the signatures the module has always exported.
+void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
+                    const ValueSource& source, const NameDefault& nameDefault,
+                    DocumentBytes& size) {
+  WriteParameter(parameters, parameter, source, nameDefault, size, nullptr);
+}
+
+ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
+                                 const ValueSource& source) {
+  return MakeShowIfArgs(entries, source, nullptr, {});
+}
+
+bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
+                      LuxHelperBase& luxHelper) {
+  return IsParameterShown(parameter, source, luxHelper, nullptr);
+}
+
 }  // namespace Korvex::luaknxdownloadhandler::detail

@@ -83,17 +83,23 @@ class DocumentBytes;
 /// size first; an unknown type appends nothing.
 void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
                     const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size,
-                    Diagnostics* diagnostics = nullptr);
+                    Diagnostics* diagnostics);
+void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
+                    const ValueSource& source, const NameDefault& nameDefault, DocumentBytes& size);
 
 /// The arguments of a ShowIf function: one per entry whose type has a kind,
 /// keyed by the running count so that a skipped entry leaves no gap.
 ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
-                                 const ValueSource& source, Diagnostics* diagnostics = nullptr,
-                                 const std::string& key = {});
+                                 const ValueSource& source, Diagnostics* diagnostics,
+                                 const std::string& key);
+ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds>& entries,
+                                 const ValueSource& source);
 
 /// Whether the parameter is shown: always without ShowIf properties, otherwise
 /// the answer of its ShowIf function.
 bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
-                      LuxHelperBase& luxHelper, Diagnostics* diagnostics = nullptr);
+                      LuxHelperBase& luxHelper, Diagnostics* diagnostics);
+bool IsParameterShown(const LuaParameter& parameter, const ValueSource& source,
+                      LuxHelperBase& luxHelper);
 
 }  // namespace Korvex::luaknxdownloadhandler::detail

@@ -155,7 +155,7 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
       PropertyInfo info = FillProperty();
       ReportNotes(mark, "setting", name);
       // emplace keeps the first entry under a name.
-      propertyIds.emplace(std::move(name), info);
+      propertyIds.emplace(std::move(name), std::move(info));
     }
   });
   return propertyIds;
