@@ -1,4 +1,5 @@
 #include <LuaKnxDownloadHandler/LuxHelper.h>
+#include <LuaKnxDownloadHandler/ScriptFunctions.h>
 
 #include "LuxHelperStack.h"
 
@@ -119,12 +120,12 @@ bool LuxHelper::Load(const std::string& scriptPath) {
 
 bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
   Args results = OneResult(Arg::Boolean);
-  if (!Call("IsThereUrnsByPropertyIndex", UnsignedArgs({typeId}), results)) return false;
+  if (!Call(script::kIsThereUrns, UnsignedArgs({typeId}), results)) return false;
   return static_cast<bool>(results[0]);
 }
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
-  return CallTable("GetPropertyIndexForUrns", {typeId}, PropertyInfo{}, [this, typeId] {
+  return CallTable(script::kGetPropertyIndexForUrns, {typeId}, PropertyInfo{}, [this, typeId] {
     const std::size_t mark = NoteMark();
     const PropertyInfo info = FillProperty();
     if (m_diagnostics != nullptr) {
@@ -136,21 +137,20 @@ PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
   Args results = OneResult(Arg::String);
-  if (!Call("GetFunctionUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
+  if (!Call(script::kFunctionUrn, UnsignedArgs({typeId}), results)) return boost::none;
   return static_cast<std::string>(results[0]);
 }
 
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeId(std::uint32_t typeId) {
   Args results = OneResult(Arg::String);
-  if (!Call("GetChannelUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
+  if (!Call(script::kChannelUrn, UnsignedArgs({typeId}), results)) return boost::none;
   return static_cast<std::string>(results[0]);
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
   Args results = OneResult(Arg::String);
-  if (!Call("GetFunctionUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
+  if (!Call(script::kFunctionUrnBySelector, UnsignedArgs({typeId, propertyIndex}), results)) {
     return boost::none;
   }
   return static_cast<std::string>(results[0]);
@@ -159,8 +159,7 @@ boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeIdAndPropertyIndex(
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
   Args results = OneResult(Arg::String);
-  if (!Call("GetChannelUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
+  if (!Call(script::kChannelUrnBySelector, UnsignedArgs({typeId, propertyIndex}), results)) {
     return boost::none;
   }
   return static_cast<std::string>(results[0]);
@@ -169,25 +168,24 @@ boost::optional<std::string> LuxHelper::GetChannelUrnByTypeIdAndPropertyIndex(
 boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
   Args results = OneResult(Arg::String);
-  if (!Call("GetLuaTemplateIndexByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
+  if (!Call(script::kTemplateIndex, UnsignedArgs({typeId, propertyIndex}), results)) {
     return boost::none;
   }
   return static_cast<std::string>(results[0]);
 }
 
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
-  return CallTable("GetParametersFromChannelTypeId", {channelTypeId}, std::vector<LuaParameter>{},
+  return CallTable(script::kGetParameters, {channelTypeId}, std::vector<LuaParameter>{},
                    [this] { return GetLuaParameters(); });
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::GetPropertyIds() {
-  return CallTable("GetPropertyIds", {}, std::map<std::string, PropertyInfo>{},
+  return CallTable(script::kGetPropertyIds, {}, std::map<std::string, PropertyInfo>{},
                    [this] { return InGetPropertyIds(); });
 }
 
 std::vector<LuxStaticData> LuxHelper::GetStaticData() {
-  return CallTable("GetStaticData", {}, std::vector<LuxStaticData>{},
+  return CallTable(script::kGetStaticData, {}, std::vector<LuxStaticData>{},
                    [this] { return InGetStaticData(); });
 }
 
@@ -230,7 +228,7 @@ bool LuxHelper::LastCallFailed() const {
 
 bool LuxHelper::HandleDcsType(std::uint32_t dcsType) {
   Args results;
-  return Call("HandleDcsType", UnsignedArgs({dcsType}), results);
+  return Call(script::kHandleDcsType, UnsignedArgs({dcsType}), results);
 }
 
 }  // namespace Korvex::luaknxdownloadhandler

@@ -1,5 +1,7 @@
 #include "PluginSkips.h"
 
+#include <LuaKnxDownloadHandler/ScriptFunctions.h>
+
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstddef>
@@ -140,10 +142,10 @@ void AddPluginSkipFindings(const std::vector<PluginSkip>& skips, const ScriptKno
     if (std::regex_match(skip.slot, match, kFunctionId)) {
       const auto slot = static_cast<std::uint32_t>(std::stoul(match[1].str()) - 1);
       const auto type = knowledge.slotChannelTypes.find(slot);
-      finding.call = "GetParametersFromChannelTypeId";
+      finding.call = Korvex::luaknxdownloadhandler::script::kGetParameters;
       if (type != knowledge.slotChannelTypes.end()) finding.arguments = {type->second};
     } else {
-      finding.call = "GetStaticData";
+      finding.call = Korvex::luaknxdownloadhandler::script::kGetStaticData;
       if (std::regex_match(skip.slot, match, kRecord))
         finding.where = ", entry '" + match[1].str() + "'";
     }

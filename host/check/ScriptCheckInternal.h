@@ -6,6 +6,8 @@
 #include "Findings.h"
 #include "ScriptCheck.h"
 
+#include <LuaKnxDownloadHandler/ScriptFunctions.h>
+
 #include <ovslua/Lua.h>
 
 #include <lua.hpp>
@@ -21,17 +23,17 @@
 
 namespace lkdh::host::detail {
 
-inline constexpr const char* kGetPropertyIds = "GetPropertyIds";
-inline constexpr const char* kGetPropertyIndexForUrns = "GetPropertyIndexForUrns";
-inline constexpr const char* kIsThereUrns = "IsThereUrnsByPropertyIndex";
-inline constexpr const char* kFunctionUrn = "GetFunctionUrnByTypeId";
-inline constexpr const char* kChannelUrn = "GetChannelUrnByTypeId";
-inline constexpr const char* kFunctionUrnBySelector = "GetFunctionUrnByTypeIdAndPropertyIndex";
-inline constexpr const char* kChannelUrnBySelector = "GetChannelUrnByTypeIdAndPropertyIndex";
-inline constexpr const char* kTemplateIndex = "GetLuaTemplateIndexByTypeIdAndPropertyIndex";
-inline constexpr const char* kGetParameters = "GetParametersFromChannelTypeId";
-inline constexpr const char* kGetStaticData = "GetStaticData";
-inline constexpr const char* kHandleDcsType = "HandleDcsType";
+using Korvex::luaknxdownloadhandler::script::kChannelUrn;
+using Korvex::luaknxdownloadhandler::script::kChannelUrnBySelector;
+using Korvex::luaknxdownloadhandler::script::kFunctionUrn;
+using Korvex::luaknxdownloadhandler::script::kFunctionUrnBySelector;
+using Korvex::luaknxdownloadhandler::script::kGetParameters;
+using Korvex::luaknxdownloadhandler::script::kGetPropertyIds;
+using Korvex::luaknxdownloadhandler::script::kGetPropertyIndexForUrns;
+using Korvex::luaknxdownloadhandler::script::kGetStaticData;
+using Korvex::luaknxdownloadhandler::script::kHandleDcsType;
+using Korvex::luaknxdownloadhandler::script::kIsThereUrns;
+using Korvex::luaknxdownloadhandler::script::kTemplateIndex;
 
 // What the plug-in makes of one failed call of the global function.
 std::string WhenItFails(const std::string& name);
