@@ -140,6 +140,22 @@ const char* UnreadableConsequence(ValueType type) {
   }
 }
 
+// What is read past the end of an array: zero bytes, so texts come from address 0.
+const char* MissingElementConsequence(ValueType type) {
+  switch (type) {
+    case ValueType::Bool:
+      return "read as false";
+    case ValueType::Text:
+    case ValueType::Name:
+    case ValueType::Url:
+      return "read from memory address 0";
+    case ValueType::Generic20:
+      return "read as an empty text";
+    default:
+      return "read as 0";
+  }
+}
+
 void Report(Diagnostics& diagnostics, const Skip& where, SkipReason reason,
             const std::string& detail) {
   Skip skip = where;
@@ -195,7 +211,7 @@ void ValueSource::CheckRead(PropertyInfo info, const ValueTypeInfo& type, unsign
   if (m_index && property->GetElementCount(count) && *m_index >= count) {
     Report(diagnostics, where, SkipReason::MissingElement,
            fmt::format("{} has {} elements, none at index {}: {} {}", Address(info), count,
-                       *m_index, type.name, UnreadableConsequence(type.type)));
+                       *m_index, type.name, MissingElementConsequence(type.type)));
     return;
   }
   const std::uint32_t size = property->GetElementSize();

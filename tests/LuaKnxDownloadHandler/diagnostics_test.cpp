@@ -87,7 +87,8 @@ TEST_F(BuilderDiagnostics, UnknownValueTypeIsNamedAndNothingIsWritten) {
 TEST_F(BuilderDiagnostics, UnreadablePropertySaysWhatIsMissingAndWhatIsWritten) {
   download.UInt8s(1, 5, {7});  // one element only
   lux.parameters[3] = {Param("NoObject", "Bool", {1, 9}), Param("NoProperty", "UInt16", {99, 1}),
-                       Param("PastTheEnd", "UInt8", {5, 1}), Param("NoText", "Text", {98, 1})};
+                       Param("PastTheEnd", "UInt8", {5, 1}), Param("NoText", "Text", {98, 1}),
+                       Param("TextPastTheEnd", "Text", {5, 1})};
   EXPECT_EQ(Function(1),
             "<parameters>\n"
             "  <parameter key=\"NoObject\" value=\"False\" />\n"
@@ -95,6 +96,7 @@ TEST_F(BuilderDiagnostics, UnreadablePropertySaysWhatIsMissingAndWhatIsWritten) 
             "  <parameter key=\"PastTheEnd\" value=\"0\" />\n"
             "  <parameter key=\"NoText\" value=\"ERROR: maybe wrong property id (98), no User "
             "should see this!\" />\n"
+            "  <parameter key=\"TextPastTheEnd\" value=\"\" />\n"
             "</parameters>\n");
   const std::string slot = "folder 0/function 1 (functionId 2), parameter ";
   EXPECT_EQ(TraceLines(capture),
@@ -106,7 +108,9 @@ TEST_F(BuilderDiagnostics, UnreadablePropertySaysWhatIsMissingAndWhatIsWritten) 
                 slot + "'PastTheEnd': no element for the slot: interface object 1, property 5 "
                        "has 1 elements, none at index 1: UInt8 read as 0",
                 slot + "'NoText': unreadable property: interface object 1 has no property 98: "
-                       "Text read as the wrong-property-id text"}));
+                       "Text read as the wrong-property-id text",
+                slot + "'TextPastTheEnd': no element for the slot: interface object 1, property 5 "
+                       "has 1 elements, none at index 1: Text read from memory address 0"}));
 }
 
 TEST_F(BuilderDiagnostics, TextLongerThanItsLimitIsNamed) {
