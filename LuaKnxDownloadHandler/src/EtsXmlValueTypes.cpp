@@ -165,11 +165,7 @@ void Report(Diagnostics& diagnostics, const Skip& where, SkipReason reason,
   diagnostics.Report(skip);
 }
 
-}  // namespace
-
-namespace {
-
-// The texts a ShowIf function gets, read from the value source.
+// The values a ShowIf function gets, read from the value source.
 struct ShowIfSource {
   const ValueSource& source;
 
