@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <fstream>
 #include <iterator>
 #include <limits>
 
@@ -198,6 +199,24 @@ std::string ClosestName(const std::string& name, const std::vector<std::string>&
 
 std::string CountText(std::size_t count, const std::string& singular) {
   return std::to_string(count) + " " + singular + (count == 1 ? "" : "s");
+}
+
+int LineNamingKey(const std::string& file, const std::string& key) {
+  std::ifstream source(file);
+  if (key.empty() || !source) return 0;
+  const std::string quoted = "\"" + key + "\"";
+  const std::string single = "'" + key + "'";
+  int found = 0;
+  int number = 0;
+  for (std::string line; std::getline(source, line);) {
+    ++number;
+    const std::size_t code = line.find_first_not_of(" \t");
+    if (code == std::string::npos || line.compare(code, 2, "--") == 0) continue;
+    if (line.find(quoted) == std::string::npos && line.find(single) == std::string::npos) continue;
+    if (found != 0) return 0;
+    found = number;
+  }
+  return found;
 }
 
 }  // namespace lkdh::host

@@ -62,6 +62,11 @@ std::string FormatNumberSet(const std::set<std::int64_t>& numbers);
 /// case, or else the nearest within a few edits; empty when none is close.
 std::string ClosestName(const std::string& name, const std::vector<std::string>& candidates);
 
+/// The line of file that names key as a string literal ("Key" or 'Key') outside
+/// a comment line, when exactly one line does; 0 otherwise. Where a table entry
+/// of the script stands, since Lua keeps no line for a table.
+int LineNamingKey(const std::string& file, const std::string& key);
+
 /// "1 error", "2 errors".
 std::string CountText(std::size_t count, const std::string& singular);
 

@@ -5,7 +5,6 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstddef>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <regex>
@@ -21,25 +20,6 @@ using Korvex::luaknxdownloadhandler::SkipReasonText;
 
 constexpr const char* kPluginLogger = "KnxDownloadHandler";
 const char* const kSubjects[] = {"parameter", "record", "setting", "URN selector of channel type"};
-
-// The line of file that names key as a string literal, when exactly one does.
-int LineOfKey(const std::string& file, const std::string& key) {
-  std::ifstream source(file);
-  if (key.empty() || !source) return 0;
-  const std::string quoted = "\"" + key + "\"";
-  const std::string single = "'" + key + "'";
-  int found = 0;
-  int number = 0;
-  for (std::string line; std::getline(source, line);) {
-    ++number;
-    const std::size_t code = line.find_first_not_of(" \t");
-    if (code == std::string::npos || line.compare(code, 2, "--") == 0) continue;
-    if (line.find(quoted) == std::string::npos && line.find(single) == std::string::npos) continue;
-    if (found != 0) return 0;
-    found = number;
-  }
-  return found;
-}
 
 }  // namespace
 
@@ -159,7 +139,7 @@ void AddPluginSkipFindings(const std::vector<PluginSkip>& skips, const ScriptKno
     const auto definition = knowledge.definitions.find(finding.call);
     if (definition != knowledge.definitions.end()) {
       finding.file = definition->second.file;
-      const int keyLine = LineOfKey(finding.file, skip.key);
+      const int keyLine = LineNamingKey(finding.file, skip.key);
       finding.line = keyLine != 0 ? keyLine : definition->second.line;
     }
     findings.Add(finding);

@@ -248,6 +248,7 @@ class Checker {
                       const std::string& consequence);
   void WalkParameter(int table, const Context& listContext, const Key& listKey,
                      std::vector<ParameterRecord>& records);
+  int KeyLine(const std::string& file, const std::string& key);
 
   // --- ShowIf (ScriptCheckShowIf.cpp) ---------------------------------------------
 
@@ -283,6 +284,7 @@ class Checker {
   std::uint8_t m_nameLimit = 0;
   std::uint8_t m_textLimit = 0;
   std::set<const void*> m_staticPath;  // entries and SubData tables being walked
+  std::map<std::pair<std::string, std::string>, int> m_keyLines;  // LineNamingKey, once each
 };
 
 }  // namespace lkdh::host::detail

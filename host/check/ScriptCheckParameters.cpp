@@ -73,14 +73,25 @@ void Checker::CheckValueType(const Context& context, const std::string& prefix,
              consequence);
 }
 
+int Checker::KeyLine(const std::string& file, const std::string& key) {
+  if (file.empty() || key.empty()) return 0;
+  const auto found = m_keyLines.find({file, key});
+  if (found != m_keyLines.end()) return found->second;
+  const int line = LineNamingKey(file, key);
+  m_keyLines.emplace(std::make_pair(file, key), line);
+  return line;
+}
+
 void Checker::WalkParameter(int table, const Context& listContext, const Key& listKey,
                             std::vector<ParameterRecord>& records) {
   // Named by its Key when it has one, else by its place in the list.
   PushField(table, Key::Named("Key"));
   const std::string name = IsText(-1) ? TextOf(-1) : std::string();
   lua_pop(m_state, 1);
-  const Context context = listContext.With(name.empty() ? ", parameter " + listKey.Bracketed()
-                                                        : ", parameter '" + name + "'");
+  Context context = listContext.With(name.empty() ? ", parameter " + listKey.Bracketed()
+                                                  : ", parameter '" + name + "'");
+  // Findings about the entry point at the line naming its Key, when one line does.
+  if (const int line = KeyLine(context.place.file, name); line != 0) context.place.line = line;
 
   ParameterRecord record;
   bool hasKey = false;

@@ -192,21 +192,21 @@ INSTANTIATE_TEST_SUITE_P(
         FlawCase{"NumericKeyInParameter",
                  "check_numeric_key.lua",
                  {},
-                 {At("check_numeric_key.lua", 4) +
+                 {At("check_numeric_key.lua", 6) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': numeric key [1] "
                   "in a parameter table: the download would abort"},
                  1},
         FlawCase{"LowerCaseType",
                  "check_lower_case_type.lua",
                  {},
-                 {At("check_lower_case_type.lua", 4) +
+                 {At("check_lower_case_type.lua", 6) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': unknown value "
                   "type 'bool' (did you mean 'Bool'?): the parameter is silently left out"},
                  1},
         FlawCase{"FloatPropertyId",
                  "check_float_property_id.lua",
                  {},
-                 {At("check_float_property_id.lua", 4) +
+                 {At("check_float_property_id.lua", 6) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
                   "PropertyId 53.0 is a float, not an integer: the plug-in ignores it and reads "
                   "property 0"},
@@ -214,21 +214,21 @@ INSTANTIATE_TEST_SUITE_P(
         FlawCase{"PropertyIdOverOneOctet",
                  "check_property_id_range.lua",
                  {},
-                 {At("check_property_id_range.lua", 4) +
+                 {At("check_property_id_range.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
                   "PropertyId 300 is read as 44 (only its low 8 bits count)"},
                  0},
         FlawCase{"FloatDigits",
                  "check_float_digits.lua",
                  {},
-                 {At("check_float_digits.lua", 4) +
+                 {At("check_float_digits.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'Power': Digits 2.0 is a "
                   "float, not an integer: ignored (no decimals)"},
                  0},
         FlawCase{"MisspeltField",
                  "check_unknown_field.lua",
                  {},
-                 {At("check_unknown_field.lua", 4) +
+                 {At("check_unknown_field.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'Power': unknown field "
                   "'Digit' is ignored (did you mean 'Digits'?)"},
                  0},
@@ -277,7 +277,7 @@ INSTANTIATE_TEST_SUITE_P(
         FlawCase{"ShowIfWithoutFunction",
                  "check_showif_without_function.lua",
                  {},
-                 {At("check_showif_without_function.lua", 4) +
+                 {At("check_showif_without_function.lua", 7) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf has "
                   "PropertyIds but no Function: the plug-in calls an invalid reference and always "
                   "hides the parameter"},
@@ -407,7 +407,7 @@ INSTANTIATE_TEST_SUITE_P(
         FlawCase{"PropertyNotInTheDownload",
                  "check_missing_property.lua",
                  {"--dump", kCheckDump},
-                 {At("check_missing_property.lua", 4) +
+                 {At("check_missing_property.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property "
                   "(interface object 1, property 99) is not in the download: interface object 1 "
                   "has no property 99"},
