@@ -23,24 +23,6 @@ namespace Korvex::luaknxdownloadhandler {
 
 namespace {
 
-// Counted by the bridge, whose mutex the reader holds.
-class StaticDataDepth {
- public:
-  explicit StaticDataDepth(int& depth) : m_depth(depth) {
-    if (m_depth >= kMaxStaticDataDepth) {
-      throw std::runtime_error("Static data of the script is nested deeper than " +
-                               std::to_string(kMaxStaticDataDepth) + " levels.");
-    }
-    ++m_depth;
-  }
-  ~StaticDataDepth() { --m_depth; }
-  StaticDataDepth(const StaticDataDepth&) = delete;
-  StaticDataDepth& operator=(const StaticDataDepth&) = delete;
-
- private:
-  int& m_depth;
-};
-
 // The text with its NUL bytes shown as \0, for a log line.
 std::string Printable(std::string_view text) {
   std::string shown;
@@ -284,11 +266,20 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
   });
 }
 
-std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
+std::vector<LuxStaticData> LuxHelper::InGetStaticData() { return InGetStaticData(0); }
+
+void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name) {
+  FillLuxStaticData(staticData, std::move(name), 0);
+}
+
+std::vector<LuxStaticData> LuxHelper::InGetStaticData(int depth) {
   std::vector<LuxStaticData> staticData;
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state)) return staticData;
-  const StaticDataDepth depth(m_staticDataDepth);
+  if (depth >= kMaxStaticDataDepth) {
+    throw std::runtime_error("Static data of the script is nested deeper than " +
+                             std::to_string(kMaxStaticDataDepth) + " levels.");
+  }
   lux::ForEachField(state, 2, [&](std::string_view key) {
     if (lua_type(state, -1) != LUA_TTABLE) {
       if (m_diagnostics != nullptr && !key.empty()) {
@@ -300,7 +291,7 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
     } else if (HasNul(key)) {
       WarnNul(m_query, "the name of a static-data entry", key);
     } else {
-      FillLuxStaticData(staticData, std::string(key));
+      FillLuxStaticData(staticData, std::string(key), depth + 1);
     }
   });
   std::sort(
@@ -309,7 +300,8 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData() {
   return staticData;
 }
 
-void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name) {
+void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name,
+                                  int depth) {
   LuxStaticData entry;
   entry.name = std::move(name);
   lua_State* state = m_luaState;
@@ -342,7 +334,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
       }
     } else if (key == fields::kSubData) {
       if (type == LUA_TTABLE) {
-        entry.subData = InGetStaticData();
+        entry.subData = InGetStaticData(depth);
         if (noted) EnterRecord();
       } else if (noted) {
         NoteWrongType("SubData", "a table", "the record has no nested records");

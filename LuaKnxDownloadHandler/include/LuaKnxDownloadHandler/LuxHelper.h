@@ -66,6 +66,11 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name);
 
  private:
+  /// The static-data readers at a nesting depth (a table's records are at its
+  /// depth plus 1), bounded by kMaxStaticDataDepth: it bounds the C stack.
+  std::vector<LuxStaticData> InGetStaticData(int depth);
+  void FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::string&& name, int depth);
+
   /// The one call protocol of the bridge's own calls: under the mutex, the
   /// stack put back after; run() pushes and runs the function (or says why it
   /// cannot) and answers the status, take() reads the result, head() begins
@@ -98,9 +103,8 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   bool m_loaded = false;
   Diagnostics* m_diagnostics = nullptr;
   mutable std::vector<PendingSkip> m_notes;  // of the records being read, innermost last
-  std::string m_recordPath;   // of the static-data record being read, with diagnostics
-  const char* m_query = "";   // the query whose result the readers read
-  int m_staticDataDepth = 0;  // nesting of the static-data reader
+  std::string m_recordPath;  // of the static-data record being read, with diagnostics
+  const char* m_query = "";  // the query whose result the readers read
 };
 
 }  // namespace Korvex::luaknxdownloadhandler
