@@ -1,21 +1,29 @@
 #include "DumpAccess.h"
 
 #include <LuaKnxDownloadHandler/KnxValues.h>
+#include <LuaKnxDownloadHandler/PropertyAccess.h>
 #include <LuaKnxDownloadHandler/Rules.h>
 
 #include <boost/format.hpp>
 
-#include <cstring>
-
 namespace lkdh::host {
 
+namespace {
+
+namespace plugin = Korvex::luaknxdownloadhandler;
+
+plugin::PropertyInfo Info(PropertyAddress address) { return {address.property, address.object}; }
+
+template <typename Value>
+std::optional<Value> Std(const boost::optional<Value>& value) {
+  if (!value) return std::nullopt;
+  return *value;
+}
+
+}  // namespace
+
 const KnxStack::IProperty* DumpAccess::Find(PropertyAddress address) const {
-  const auto found = m_dump.interfaceObjects.find(address.object);
-  if (found == m_dump.interfaceObjects.end() || found->second.empty() ||
-      found->second.front() == nullptr) {
-    return nullptr;
-  }
-  return found->second.front()->GetProperty(address.property);
+  return plugin::detail::FindProperty(Info(address), m_dump.interfaceObjects);
 }
 
 std::string DumpAccess::WhyMissing(PropertyAddress address) const {
@@ -38,67 +46,53 @@ std::optional<std::uint32_t> DumpAccess::ElementCount(PropertyAddress address) c
   return count;
 }
 
-std::optional<DumpAccess::Slice> DumpAccess::Read(PropertyAddress address, Element element) const {
-  const KnxStack::IProperty* property = Find(address);
-  if (property == nullptr) return std::nullopt;
-  Slice slice;
-  if (!element) {
-    if (!property->Read(slice.data)) return std::nullopt;
-    return slice;
-  }
-  // Like the plug-in: the whole array in one read, the element found by its offset.
-  const std::uint32_t size = property->GetElementSize();
-  std::uint32_t count = 0;
-  if (!property->GetElementCount(count) || !property->ReadElements(0, count, slice.data)) {
-    return std::nullopt;
-  }
-  slice.offset = static_cast<std::size_t>(*element) * size;
-  return slice;
-}
+// The plug-in's own readers (PropertyAccess.h), on the dump's interface objects.
 
 std::optional<std::uint8_t> DumpAccess::UInt8(PropertyAddress address, Element element) const {
-  const auto slice = Read(address, element);
-  if (!slice) return std::nullopt;
-  return slice->data.GetUInt8Value(slice->offset);
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetUInt8FromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetUInt8WithId(Info(address), objects));
 }
 
 std::optional<std::uint16_t> DumpAccess::UInt16(PropertyAddress address, Element element) const {
-  const auto slice = Read(address, element);
-  if (!slice) return std::nullopt;
-  return slice->data.GetUInt16Value(slice->offset);
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetUInt16FromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetUInt16WithId(Info(address), objects));
 }
 
 std::optional<std::uint32_t> DumpAccess::UInt32(PropertyAddress address, Element element) const {
-  const auto slice = Read(address, element);
-  if (!slice) return std::nullopt;
-  return slice->data.GetUInt32Value(slice->offset);
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetUInt32FromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetUInt32WithId(Info(address), objects));
 }
 
 std::optional<bool> DumpAccess::Bool(PropertyAddress address, Element element) const {
-  const auto value = UInt8(address, element);
-  if (!value) return std::nullopt;
-  return *value != 0;
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetBoolFromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetBoolWithId(Info(address), objects));
 }
 
 std::optional<float> DumpAccess::Float32(PropertyAddress address, Element element) const {
-  const auto bits = UInt32(address, element);
-  if (!bits) return std::nullopt;
-  float value = 0.0F;
-  std::memcpy(&value, &*bits, sizeof value);
-  return value;
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetFloatFromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetFloatWithId(Info(address), objects));
 }
 
 std::optional<float> DumpAccess::Float16(PropertyAddress address, Element element) const {
-  const auto raw = UInt16(address, element);
-  if (!raw) return std::nullopt;
-  return Korvex::luaknxdownloadhandler::DecodeKnxFloat16(*raw);
+  const auto& objects = m_dump.interfaceObjects;
+  return Std(element ? plugin::GetFloat16FromArrayWithId(Info(address), *element, objects)
+                     : plugin::GetFloat16WithId(Info(address), objects));
 }
 
 std::string DumpAccess::PropertyText(PropertyAddress address, Element element,
                                      const std::string& fallback) const {
-  const auto slice = Read(address, element);
-  if (!slice) return fallback;
-  return slice->data.GetStringValue(slice->offset);
+  const auto& objects = m_dump.interfaceObjects;
+  const auto text = element ? plugin::GetValueFromArrayWithId<std::string>(
+                                  Info(address), *element, objects, &plugin::detail::ReadString)
+                            : plugin::GetValueWithId<std::string>(
+                                  Info(address), objects,
+                                  [](auto& data) { return plugin::detail::ReadString(data, 0); });
+  return text ? *text : fallback;
 }
 
 std::string DumpAccess::MemoryText(PropertyAddress address, Element element, std::uint8_t limit,

@@ -1,6 +1,6 @@
 #pragma once
-// Reads values out of a download dump the way the plug-in reads them from the
-// host's interface objects: only the first object under an index counts, an
+// Reads values out of a download dump with the plug-in's own header-only
+// readers (PropertyAccess.h): only the first object under an index counts, an
 // array element is decoded from the whole array read at once, and texts in the
 // memory image are found through an address property.
 
@@ -52,12 +52,7 @@ class DumpAccess {
                          const std::string& fallback) const;
 
  private:
-  struct Slice {
-    KnxStack::BinaryData data;
-    std::size_t offset = 0;
-  };
   const KnxStack::IProperty* Find(PropertyAddress address) const;
-  std::optional<Slice> Read(PropertyAddress address, Element element) const;
 
   const DownloadDump& m_dump;
 };
