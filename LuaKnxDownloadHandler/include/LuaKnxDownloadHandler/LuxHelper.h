@@ -25,6 +25,13 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   /// Creates the interpreter and loads the script; the result is also kept.
   bool Load(const std::string& scriptPath);
 
+  // A download's calls are watched by a CPU-time tick instead of counted at
+  // every instruction (see ovslua::Lua::BeginWatchedCalls).
+  using ovslua::Lua::BeginWatchedCalls;
+  using ovslua::Lua::EndWatchedCalls;
+  using ovslua::Lua::GetInstructionLimit;
+  using ovslua::Lua::WatchingCalls;
+
   // What the interpreter holds and has used (measurements, tests).
   using ovslua::Lua::CollectGarbage;
   using ovslua::Lua::LargestCallInstructions;
