@@ -496,7 +496,15 @@ int Lua::RunProtected(int argumentCount, int resultCount, bool& overBudget,
 
 void Lua::CollectAfterFailure() const {
   // Bounded: scripts cannot set finalizers, so a collection runs no script code.
-  lua_gc(m_luaState, LUA_GCCOLLECT);
+  // Lua frees only half of the call records a deep recursion left at each
+  // collection, so collect until nothing more comes free (a few dozen at most).
+  std::size_t before = m_pool ? m_pool->BytesInUse() : 0;
+  for (int round = 0; round < 64; ++round) {
+    lua_gc(m_luaState, LUA_GCCOLLECT);
+    const std::size_t after = m_pool ? m_pool->BytesInUse() : 0;
+    if (after >= before) break;
+    before = after;
+  }
 }
 
 int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function, int refId) const {
