@@ -40,12 +40,14 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
         m_luxHelper->GetLuaTemplateIndexByTypeIdAndPropertyIndex(typeId, selector).value_or("");
   }
 
+  // Read with an empty fallback, which comes back exactly when the default is due:
+  // the default is formatted only for a slot whose memory holds no name.
+  std::string name =
+      GetStringFromArrayWithIdFromMemory(m_propertyIds["FunctionNameOffset"], m_maxNameCharCount,
+                                         index, m_interfaceObjects, &m_memory, std::string());
   // The default name counts from 0 while functionId counts from 1; both are
   // what the device expects.
-  std::string defaultName = detail::FormatShared(s_functionFormat, index);
-  const std::string name = GetStringFromArrayWithIdFromMemory(
-      m_propertyIds["FunctionNameOffset"], m_maxNameCharCount, index, m_interfaceObjects, &m_memory,
-      std::move(defaultName));
+  if (name.empty()) name = detail::FormatShared(s_functionFormat, index);
   // The script's texts may be of any length: counted before they are copied.
   size.Attribute("name", name);
   size.Attribute("type", "function");
