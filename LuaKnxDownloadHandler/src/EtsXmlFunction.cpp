@@ -63,8 +63,15 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
   const detail::ValueSource source = detail::ValueSource::ArrayElement(
       m_interfaceObjects, m_memory, {m_maxNameCharCount, m_maxTextCharCount, m_maxUrlCharCount},
       index);
-  const detail::NameDefault nameDefault = [index](const LuaParameter& parameter) {
-    return detail::FormatShared(s_nameNumberFormat, parameter.key, index);
+  // The text of "%s %d" put together directly: asked for every Name parameter,
+  // also when its memory holds a name, so it must cost little.
+  const std::string number = " " + std::to_string(index);
+  const detail::NameDefault nameDefault = [&number](const LuaParameter& parameter) {
+    std::string text;
+    text.reserve(parameter.key.size() + number.size());
+    text += parameter.key;
+    text += number;
+    return text;
   };
   for (const LuaParameter& parameter : m_luxHelper->GetParametersFromChannelTypeId(typeId)) {
     if (detail::IsParameterShown(parameter, source, *m_luxHelper)) {
