@@ -223,11 +223,10 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
   }
   lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
   PushArguments(args);
-  Args results = OneResult(Arg::Boolean);
   m_status = ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
   if (m_status == LUA_OK) {
-    PopReturnValues(results);
-    return static_cast<bool>(results[0]);
+    // Read as a declared boolean result would be, without a result list per call.
+    return lua_toboolean(m_luaState, -1) != 0;
   }
   SetErrorMessage();
   LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));
