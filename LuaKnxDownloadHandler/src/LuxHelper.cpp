@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstring>
 #include <initializer_list>
 #include <mutex>
 #include <sstream>
@@ -95,12 +96,6 @@ Args UnsignedArgs(std::initializer_list<std::uint32_t> values) {
   return args;
 }
 
-Args OneResult(int kind) {
-  Args results;
-  results += Arg::OfKind(kind);
-  return results;
-}
-
 }  // namespace
 
 LuxHelper::~LuxHelper() { Release(); }
@@ -115,6 +110,80 @@ Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_
         return ProtectedCall(argumentCount, resultCount, function);
       },
       std::forward<Read>(read), [this] { SetErrorMessage(); });
+}
+
+template <typename Read>
+bool LuxHelper::CallOneResult(const char* name, std::initializer_list<std::uint32_t> arguments,
+                              Read&& read) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_status = LUA_OK;
+  m_errorMessage.clear();
+  if (m_luaState == nullptr) {
+    LOG4CPLUS_ERROR(sm_logger, "Initialization missing.");
+    return false;
+  }
+  lux::StackHeightGuard guard(m_luaState);
+  // The lookup, the name and the arguments must fit on the stack, as Call() checks.
+  const std::size_t argumentCount = arguments.size();
+  if (lua_checkstack(m_luaState, static_cast<int>(argumentCount) + 3) == 0) {
+    m_status = LUA_ERRRUN;
+    m_errorMessage = "stack overflow (" + std::to_string(argumentCount) + " arguments, 1 results)";
+  } else {
+    const int extra = PushGlobalFunction(name);
+    // Unsigned arguments as Call() pushes them; 32 bits never reach its clamp.
+    for (const std::uint32_t argument : arguments) {
+      lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
+    }
+    m_status = ProtectedCall(static_cast<int>(argumentCount) + extra, 1, name);
+    if (m_status == LUA_OK) {
+      read();
+      return true;
+    }
+    SetErrorMessage();
+  }
+  LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(std::string("Call function '") + name + "' failed (",
+                                             m_status, m_errorMessage));
+  return false;
+}
+
+namespace {
+
+// A string result as Call() reads one: a number as its text, a text with a NUL
+// byte (warned about) and any other type as the empty text.
+std::string StringResult(lua_State* state, const char* name) {
+  std::string text;
+  const int type = lua_type(state, -1);
+  if (type == LUA_TSTRING) {
+    std::size_t length = 0;
+    const char* data = lua_tolstring(state, -1, &length);
+    if (std::memchr(data, '\0', length) == nullptr) {
+      text.assign(data, length);
+    } else {
+      LOG4CPLUS_WARN(ovslua::Lua::sm_logger,
+                     "Script function '" << name
+                                         << "' returned a text with a NUL byte as result 1; it "
+                                            "is read as a value of the wrong type.");
+    }
+  } else if (type == LUA_TNUMBER && lua_checkstack(state, 1) != 0) {
+    // Converted on a copy, so the value on the stack keeps its type.
+    lua_pushvalue(state, -1);
+    std::size_t length = 0;
+    const char* data = lua_tolstring(state, -1, &length);
+    text.assign(data, length);
+    lua_pop(state, 1);
+  }
+  return text;
+}
+
+}  // namespace
+
+boost::optional<std::string> LuxHelper::StringQuery(
+    const char* name, std::initializer_list<std::uint32_t> arguments) {
+  std::string text;
+  if (!CallOneResult(name, arguments, [&] { text = StringResult(m_luaState, name); })) {
+    return boost::none;
+  }
+  return text;
 }
 
 void LuxHelper::SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory) {
@@ -132,9 +201,10 @@ bool LuxHelper::Load(const std::string& scriptPath) {
 }
 
 bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
-  Args results = OneResult(Arg::Boolean);
-  if (!Call("IsThereUrnsByPropertyIndex", UnsignedArgs({typeId}), results)) return false;
-  return static_cast<bool>(results[0]);
+  bool result = false;
+  CallOneResult("IsThereUrnsByPropertyIndex", {typeId},
+                [&] { result = lua_toboolean(m_luaState, -1) != 0; });
+  return result;
 }
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
@@ -143,45 +213,26 @@ PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
-  Args results = OneResult(Arg::String);
-  if (!Call("GetFunctionUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
-  return static_cast<std::string>(results[0]);
+  return StringQuery("GetFunctionUrnByTypeId", {typeId});
 }
 
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeId(std::uint32_t typeId) {
-  Args results = OneResult(Arg::String);
-  if (!Call("GetChannelUrnByTypeId", UnsignedArgs({typeId}), results)) return boost::none;
-  return static_cast<std::string>(results[0]);
+  return StringQuery("GetChannelUrnByTypeId", {typeId});
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call("GetFunctionUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery("GetFunctionUrnByTypeIdAndPropertyIndex", {typeId, propertyIndex});
 }
 
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call("GetChannelUrnByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery("GetChannelUrnByTypeIdAndPropertyIndex", {typeId, propertyIndex});
 }
 
 boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call("GetLuaTemplateIndexByTypeIdAndPropertyIndex", UnsignedArgs({typeId, propertyIndex}),
-            results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery("GetLuaTemplateIndexByTypeIdAndPropertyIndex", {typeId, propertyIndex});
 }
 
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
@@ -223,11 +274,10 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
   }
   lua_rawgeti(m_luaState, LUA_REGISTRYINDEX, refId);
   PushArguments(args);
-  Args results = OneResult(Arg::Boolean);
   m_status = ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
   if (m_status == LUA_OK) {
-    PopReturnValues(results);
-    return static_cast<bool>(results[0]);
+    // Read as a declared boolean result would be, without a result list per call.
+    return lua_toboolean(m_luaState, -1) != 0;
   }
   SetErrorMessage();
   LOG4CPLUS_ERROR_STR(sm_logger, FailureLine(head(), m_status, m_errorMessage));

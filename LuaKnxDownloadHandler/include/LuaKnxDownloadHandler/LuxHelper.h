@@ -74,6 +74,13 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   template <typename Result, typename Read>
   Result CallTable(const char* name, std::initializer_list<std::uint32_t> arguments, Result failure,
                    Read&& read);
+  /// Call()'s protocol for one result, read by read() from the top of the
+  /// stack, without building an argument and a result list per call.
+  template <typename Read>
+  bool CallOneResult(const char* name, std::initializer_list<std::uint32_t> arguments, Read&& read);
+  /// A query with one string result: none when the call failed.
+  boost::optional<std::string> StringQuery(const char* name,
+                                           std::initializer_list<std::uint32_t> arguments);
 
   bool m_loaded = false;
   const char* m_query = "";   // the query whose result the readers read
