@@ -1,9 +1,11 @@
 // Costs of a whole download against the floor: the same element tree built
 // with pugixml from ready strings, serialised and saved to its file with the
 // same durable write the plug-in uses (BM_Floor), or only serialised into
-// memory (BM_FloorInMemory). scripts/bench-report.sh runs these and turns the
+// memory (BM_FloorInMemory); and the script's own share, its calls made again
+// without the handler (BM_ScriptOnly). scripts/bench-report.sh runs these and turns the
 // JSON into docs/performance.md.
 #include "CopyTree.h"
+#include "ScriptCalls.h"
 #include "generator/DownloadGenerator.h"
 
 #include <Helper/File.h>
@@ -35,6 +37,7 @@ struct Fixture {
   fs::path document;
   std::unique_ptr<Korvex::LuaKnxDownloadHandler> handler;
   std::string text;  // the document a download produces
+  fs::path script;
 
   Fixture() = default;
   Fixture(const Fixture&) = delete;
@@ -59,6 +62,7 @@ Fixture& FixtureFor(unsigned f, unsigned n, unsigned p) {
     slot->dir = fs::temp_directory_path() / fs::unique_path("lkdh-bench-%%%%-%%%%");
     fs::create_directories(slot->dir);
     const fs::path script = slot->dir / "device.lua";
+    slot->script = script;
     std::ofstream(script.string()) << slot->download->script;
     slot->document = slot->dir / "etsproject.xml";
     slot->handler = std::make_unique<Korvex::LuaKnxDownloadHandler>(slot->document.string() + ";" +
@@ -167,6 +171,18 @@ void BM_FloorInMemory(benchmark::State& state) {
   Counters(state, fixture);
 }
 
+// The script's calls of one download, made again with the same arguments on an
+// interpreter of their own, the results discarded.
+void BM_ScriptOnly(benchmark::State& state) {
+  auto& fixture = FixtureFor(state.range(0), state.range(1), state.range(2));
+  auto& d = *fixture.download;
+  lkdh::bench::ScriptReplay replay(
+      fixture.script, lkdh::bench::RecordScriptCalls(d.objects, d.memory, d.descriptors,
+                                                     fixture.script, fixture.dir));
+  for (auto _ : state) replay.Run();
+  Counters(state, fixture);
+}
+
 // F folders x N functions x P parameters: typical, large, max, and the
 // scaling curve between them at 8 parameters. Wall time decides the iteration
 // count, since fsync waits are part of a download.
@@ -189,6 +205,7 @@ BENCHMARK(BM_FullNewFile)->Apply(Sizes);
 BENCHMARK(BM_Unchanged)->Apply(Sizes);
 BENCHMARK(BM_Floor)->Apply(Sizes);
 BENCHMARK(BM_FloorInMemory)->Apply(Sizes);
+BENCHMARK(BM_ScriptOnly)->Apply(Sizes);
 
 }  // namespace
 

@@ -3,21 +3,23 @@
 // shim (the plug-in's own heap peak during one download).
 //
 //   lkdh_download_once F N P [--downloads K] [--warm-up W] [--mode new|unchanged]
-//                            [--floor K] [--dump DIR]
+//                            [--floor K] [--script-only K] [--dump DIR]
 //
 // --mode new removes the file before every download, so each one builds and
 // writes; unchanged builds, hashes and compares. --dump DIR reads DIR/download.json
 // and DIR/device.lua (as lkdh-generate-download writes them) through the host's
 // dump parser instead of generating the download, and measures the parser too.
 // --floor K then builds the floor K times: the same tree from ready strings,
-// serialised and saved with the plug-in's own durable write.
+// serialised and saved with the plug-in's own durable write. --script-only K
+// records the script calls of one download and makes them again K times on an
+// interpreter of its own (bench/ScriptCalls.h): the script's own share.
 //
 // Under callgrind with --collect-atstart=no only the measured calls count: the
 // K downloads (CreateFileWithKnxData alone, not the warm-up), or with
-// --downloads 0 the K floors. With LD_PRELOAD=liblkdh_heap_peak.so the heap
-// figures are printed as well.
-// The result is one JSON object on stdout.
+// --downloads 0 the K floors and the K script replays. With LD_PRELOAD=liblkdh_heap_peak.so the
+// heap figures are printed as well. The result is one JSON object on stdout.
 #include "CopyTree.h"
+#include "ScriptCalls.h"
 #include "generator/DownloadGenerator.h"
 
 #include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
@@ -85,6 +87,7 @@ struct Options {
   unsigned downloads = 3;
   unsigned warmUp = 1;
   unsigned floors = 0;
+  unsigned scriptOnly = 0;
   bool newFile = true;
   std::string dump;
 };
@@ -108,6 +111,8 @@ Options Parse(int argc, char** argv) {
       options.newFile = value == "new";
     } else if (option == "--floor") {
       options.floors = static_cast<unsigned>(std::stoul(value));
+    } else if (option == "--script-only") {
+      options.scriptOnly = static_cast<unsigned>(std::stoul(value));
     } else if (option == "--dump") {
       options.dump = value;
     } else {
@@ -241,6 +246,18 @@ int Run(const Options& options) {
       json << ", \"floor_heap_peak_bytes\": " << peak << ", \"tree_bytes\": " << g_floorTreeBytes;
     }
   }
+  if (options.scriptOnly > 0) {
+    lkdh::bench::ScriptReplay replay(
+        script, lkdh::bench::RecordScriptCalls(*input.objects, *input.memory, *input.descriptors,
+                                               script, dir));
+    replay.Run();  // as the warm-up download before the measured ones
+    for (unsigned i = 0; i < options.scriptOnly; ++i) {
+      CALLGRIND_TOGGLE_COLLECT;
+      replay.Run();
+      CALLGRIND_TOGGLE_COLLECT;
+    }
+    json << ", \"script_replays\": " << options.scriptOnly;
+  }
   fs::remove_all(dir);
   json << "}";
   std::cout << json.str() << std::endl;
@@ -274,7 +291,7 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     std::cerr << "lkdh_download_once: " << e.what() << "\n"
               << "usage: lkdh_download_once F N P [--downloads K] [--warm-up W] "
-                 "[--mode new|unchanged] [--floor K] [--dump DIR]\n";
+                 "[--mode new|unchanged] [--floor K] [--script-only K] [--dump DIR]\n";
     return 2;
   }
 }

@@ -5,7 +5,9 @@
 #   2. runs the Google Benchmarks, 3 repetitions (medians are reported);
 #      the report shows wall and CPU time: on a shared machine the CPU time
 #      of a process varies less, the wall time includes the fsync waits;
-#   3. counts instructions of CreateFileWithKnxData and of the floor with callgrind;
+#   3. counts instructions with callgrind: CreateFileWithKnxData writing a new
+#      file and unchanged (nothing written), the floor, and the script's own
+#      share (its recorded calls made again without the handler);
 #   4. measures the plug-in's heap peak with the LD_PRELOAD shim;
 #   5. measures knx-download-host's peak RSS (/usr/bin/time -v) and splits its
 #      heap into the host's JSON parsing, the KNX data and the plug-in.
@@ -85,8 +87,15 @@ if [[ $skip_callgrind == 0 ]]; then
     # shellcheck disable=SC2086
     valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/callgrind.floor.$name" \
       "$once" $size --downloads 0 --floor 1 >/dev/null 2>&1
+    # shellcheck disable=SC2086
+    valgrind --tool=callgrind --collect-atstart=no \
+      --callgrind-out-file="$out/callgrind.unchanged.$name" \
+      "$once" $size --downloads 1 --mode unchanged >/dev/null 2>&1
+    # shellcheck disable=SC2086
+    valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/callgrind.script.$name" \
+      "$once" $size --downloads 0 --script-only 1 >/dev/null 2>&1
     read -r f n p <<<"$size"
-    echo "{\"F\": $f, \"N\": $n, \"P\": $p, \"full_instructions\": $(total "$out/callgrind.full.$name"), \"floor_instructions\": $(total "$out/callgrind.floor.$name")}" \
+    echo "{\"F\": $f, \"N\": $n, \"P\": $p, \"full_instructions\": $(total "$out/callgrind.full.$name"), \"floor_instructions\": $(total "$out/callgrind.floor.$name"), \"unchanged_instructions\": $(total "$out/callgrind.unchanged.$name"), \"script_instructions\": $(total "$out/callgrind.script.$name")}" \
       | tee -a "$out/callgrind.jsonl"
   done
 fi

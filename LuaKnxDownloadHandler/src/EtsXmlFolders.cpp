@@ -46,11 +46,12 @@ void EtsXml::CreateFolder(pugi::xml_node& elements, unsigned int folderIndex) {
   detail::DocumentBytes size(m_documentBytes, m_maxDocumentBytes);
   size.Element("element");
   pugi::xml_node element = detail::AppendElement(elements, "element");
+  // An empty fallback comes back exactly when the default is due: formatted only then.
+  std::string name =
+      GetStringFromArrayWithIdFromMemory(m_propertyIds["FolderNameOffset"], m_maxNameCharCount,
+                                         folderIndex, m_interfaceObjects, &m_memory, std::string());
   // Numbered from 0 on purpose: the device counts folders that way.
-  std::string defaultName = detail::FormatShared(s_folderFormat, folderIndex);
-  const std::string name = GetStringFromArrayWithIdFromMemory(
-      m_propertyIds["FolderNameOffset"], m_maxNameCharCount, folderIndex, m_interfaceObjects,
-      &m_memory, std::move(defaultName));
+  if (name.empty()) name = detail::FormatShared(s_folderFormat, folderIndex);
   size.Attribute("name", name);
   detail::AppendAttribute(element, "name", name.c_str());
   size.Attribute("type", "location");

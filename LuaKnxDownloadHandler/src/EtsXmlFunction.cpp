@@ -50,12 +50,14 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
         m_luxHelper->GetLuaTemplateIndexByTypeIdAndPropertyIndex(typeId, selector).value_or("");
   }
 
+  // Read with an empty fallback, which comes back exactly when the default is due:
+  // the default is formatted only for a slot whose memory holds no name.
+  std::string name =
+      GetStringFromArrayWithIdFromMemory(m_propertyIds["FunctionNameOffset"], m_maxNameCharCount,
+                                         index, m_interfaceObjects, &m_memory, std::string());
   // The default name counts from 0 while functionId counts from 1; both are
   // what the device expects.
-  std::string defaultName = detail::FormatShared(s_functionFormat, index);
-  const std::string name = GetStringFromArrayWithIdFromMemory(
-      m_propertyIds["FunctionNameOffset"], m_maxNameCharCount, index, m_interfaceObjects, &m_memory,
-      std::move(defaultName));
+  if (name.empty()) name = detail::FormatShared(s_functionFormat, index);
   // The script's texts may be of any length: counted before they are copied.
   size.Attribute("name", name);
   size.Attribute("type", "function");
@@ -71,8 +73,15 @@ void EtsXml::CreateFunction(pugi::xml_node& parent, unsigned int index) {
   const detail::ValueSource source = detail::ValueSource::ArrayElement(
       m_interfaceObjects, m_memory, {m_maxNameCharCount, m_maxTextCharCount, m_maxUrlCharCount},
       index);
-  const detail::NameDefault nameDefault = [index](const LuaParameter& parameter) {
-    return detail::FormatShared(s_nameNumberFormat, parameter.key, index);
+  // The text of "%s %d" put together directly: asked for every Name parameter,
+  // also when its memory holds a name, so it must cost little.
+  const std::string number = " " + std::to_string(index);
+  const detail::NameDefault nameDefault = [&number](const LuaParameter& parameter) {
+    std::string text;
+    text.reserve(parameter.key.size() + number.size());
+    text += parameter.key;
+    text += number;
+    return text;
   };
   for (const LuaParameter& parameter : m_luxHelper->GetParametersFromChannelTypeId(typeId)) {
     if (detail::IsParameterShown(parameter, source, *m_luxHelper, m_diagnostics)) {

@@ -3,7 +3,7 @@
 
 #include "Sha1.h"
 
-#include <algorithm>
+#include <cstring>
 #include <memory>
 
 namespace Korvex::detail {
@@ -47,12 +47,38 @@ bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& 
     same = false;
     return true;
   }
-  std::vector<std::uint32_t> fileHash;
-  if (!CreateFileHash(reader, fileHash, error)) return false;
-  Sha1 sha1;
-  sha1.Update(text.data(), text.size());
-  const Sha1::Digest textHash = sha1.Finish();
-  same = std::equal(fileHash.begin(), fileHash.end(), textHash.begin(), textHash.end());
+  // Pieces equal to the text at their place need no hash: equal bytes have equal
+  // digests. From the first piece that differs on, both are judged by digest as before.
+  std::size_t matched = 0;
+  bool differs = false;
+  Sha1 fileSha1;
+  Sha1 textSha1;
+  const auto compare = [&](const char* data, std::size_t size) {
+    if (!differs) {
+      if (size <= text.size() - matched && std::memcmp(data, text.data() + matched, size) == 0) {
+        matched += size;
+        return;
+      }
+      differs = true;
+      // The bytes read so far are the text's: one digest state serves both.
+      fileSha1.Update(text.data(), matched);
+      textSha1 = fileSha1;
+      textSha1.Update(text.data() + matched, text.size() - matched);
+    }
+    fileSha1.Update(data, size);
+  };
+  if (!ReadPieces(reader, error, compare)) return false;
+  if (!differs) {
+    if (matched == text.size()) {
+      same = true;
+      return true;
+    }
+    // The file ended early.
+    fileSha1.Update(text.data(), matched);
+    textSha1 = fileSha1;
+    textSha1.Update(text.data() + matched, text.size() - matched);
+  }
+  same = fileSha1.Finish() == textSha1.Finish();
   return true;
 }
 

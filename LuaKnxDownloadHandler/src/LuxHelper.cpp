@@ -9,6 +9,7 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstring>
 #include <initializer_list>
 #include <mutex>
 #include <sstream>
@@ -49,12 +50,6 @@ Args UnsignedArgs(std::initializer_list<std::uint32_t> values) {
     args += argument;
   }
   return args;
-}
-
-Args OneResult(int kind) {
-  Args results;
-  results += Arg::OfKind(kind);
-  return results;
 }
 
 }  // namespace
@@ -104,6 +99,73 @@ Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_
       [name] { return std::string("Call function '") + name + "' failed ("; });
 }
 
+template <typename Read>
+bool LuxHelper::CallOneResult(const char* name, std::initializer_list<std::uint32_t> arguments,
+                              Read&& read) {
+  const std::size_t argumentCount = arguments.size();
+  return CallProtected(
+      false,
+      [this, name, arguments, argumentCount] {
+        // The lookup, the name and the arguments must fit on the stack, as Call() checks.
+        if (lua_checkstack(m_luaState, static_cast<int>(argumentCount) + 3) == 0) {
+          m_errorMessage =
+              "stack overflow (" + std::to_string(argumentCount) + " arguments, 1 results)";
+          return LUA_ERRRUN;
+        }
+        const int extra = PushGlobalFunction(name);
+        // Unsigned arguments as Call() pushes them; 32 bits never reach its clamp.
+        for (const std::uint32_t argument : arguments) {
+          lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
+        }
+        return ProtectedCall(static_cast<int>(argumentCount) + extra, 1, name);
+      },
+      [&read] {
+        read();
+        return true;
+      },
+      [name] { return std::string("Call function '") + name + "' failed ("; });
+}
+
+namespace {
+
+// A string result as Call() reads one: a number as its text, a text with a NUL
+// byte (warned about) and any other type as the empty text.
+std::string StringResult(lua_State* state, const char* name) {
+  std::string text;
+  const int type = lua_type(state, -1);
+  if (type == LUA_TSTRING) {
+    std::size_t length = 0;
+    const char* data = lua_tolstring(state, -1, &length);
+    if (std::memchr(data, '\0', length) == nullptr) {
+      text.assign(data, length);
+    } else {
+      LOG4CPLUS_WARN(ovslua::Lua::sm_logger,
+                     "Script function '" << name
+                                         << "' returned a text with a NUL byte as result 1; it "
+                                            "is read as a value of the wrong type.");
+    }
+  } else if (type == LUA_TNUMBER && lua_checkstack(state, 1) != 0) {
+    // Converted on a copy, so the value on the stack keeps its type.
+    lua_pushvalue(state, -1);
+    std::size_t length = 0;
+    const char* data = lua_tolstring(state, -1, &length);
+    text.assign(data, length);
+    lua_pop(state, 1);
+  }
+  return text;
+}
+
+}  // namespace
+
+boost::optional<std::string> LuxHelper::StringQuery(
+    const char* name, std::initializer_list<std::uint32_t> arguments) {
+  std::string text;
+  if (!CallOneResult(name, arguments, [&] { text = StringResult(m_luaState, name); })) {
+    return boost::none;
+  }
+  return text;
+}
+
 void LuxHelper::SetLimits(std::uint64_t maxInstructions, std::size_t maxMemory) {
   SetInstructionLimit(maxInstructions);
   SetMemoryLimit(maxMemory);
@@ -119,9 +181,10 @@ bool LuxHelper::Load(const std::string& scriptPath) {
 }
 
 bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
-  Args results = OneResult(Arg::Boolean);
-  if (!Call(script::kIsThereUrns, UnsignedArgs({typeId}), results)) return false;
-  return static_cast<bool>(results[0]);
+  bool result = false;
+  CallOneResult(script::kIsThereUrns, {typeId},
+                [&] { result = lua_toboolean(m_luaState, -1) != 0; });
+  return result;
 }
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
@@ -136,42 +199,26 @@ PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeId(std::uint32_t typeId) {
-  Args results = OneResult(Arg::String);
-  if (!Call(script::kFunctionUrn, UnsignedArgs({typeId}), results)) return boost::none;
-  return static_cast<std::string>(results[0]);
+  return StringQuery(script::kFunctionUrn, {typeId});
 }
 
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeId(std::uint32_t typeId) {
-  Args results = OneResult(Arg::String);
-  if (!Call(script::kChannelUrn, UnsignedArgs({typeId}), results)) return boost::none;
-  return static_cast<std::string>(results[0]);
+  return StringQuery(script::kChannelUrn, {typeId});
 }
 
 boost::optional<std::string> LuxHelper::GetFunctionUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call(script::kFunctionUrnBySelector, UnsignedArgs({typeId, propertyIndex}), results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery(script::kFunctionUrnBySelector, {typeId, propertyIndex});
 }
 
 boost::optional<std::string> LuxHelper::GetChannelUrnByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call(script::kChannelUrnBySelector, UnsignedArgs({typeId, propertyIndex}), results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery(script::kChannelUrnBySelector, {typeId, propertyIndex});
 }
 
 boost::optional<std::string> LuxHelper::GetLuaTemplateIndexByTypeIdAndPropertyIndex(
     std::uint32_t typeId, std::uint32_t propertyIndex) {
-  Args results = OneResult(Arg::String);
-  if (!Call(script::kTemplateIndex, UnsignedArgs({typeId, propertyIndex}), results)) {
-    return boost::none;
-  }
-  return static_cast<std::string>(results[0]);
+  return StringQuery(script::kTemplateIndex, {typeId, propertyIndex});
 }
 
 std::vector<LuaParameter> LuxHelper::GetParametersFromChannelTypeId(std::uint32_t channelTypeId) {
@@ -204,11 +251,8 @@ bool LuxHelper::CallShowIfFunction(std::int32_t refId, ovslua::Lua::Args& args) 
         PushArguments(args);
         return ProtectedCall(static_cast<int>(count), 1, nullptr, refId);
       },
-      [this] {
-        Args results = OneResult(Arg::Boolean);
-        PopReturnValues(results);
-        return static_cast<bool>(results[0]);
-      },
+      // Read as a declared boolean result would be, without a result list per call.
+      [this] { return lua_toboolean(m_luaState, -1) != 0; },
       // Built only for a failure: a ShowIf function runs once per shown slot.
       [refId] { return "Call function with ref id'" + std::to_string(refId) + "' failed ("; });
 }

@@ -19,6 +19,15 @@ std::uint32_t LoadBigEndian(const unsigned char* bytes) noexcept {
 
 }  // namespace
 
+// One round with the five words named by role rather than moved: five rounds in a
+// row bring the names back to where they began, so nothing is copied between rounds.
+template <typename F>
+inline void Round(std::uint32_t a, std::uint32_t& b, std::uint32_t c, std::uint32_t d,
+                  std::uint32_t& e, F f, std::uint32_t k, std::uint32_t word) noexcept {
+  e += RotateLeft(a, 5) + f(b, c, d) + k + word;
+  b = RotateLeft(b, 30);
+}
+
 void Sha1::ProcessBlock(const unsigned char* block) noexcept {
   // A 16-word window instead of the 80-word schedule: it stays in registers
   // on the panel's ARM as well as here.
@@ -36,19 +45,31 @@ void Sha1::ProcessBlock(const unsigned char* block) noexcept {
     w[t & 15] = word;
     return word;
   };
-  const auto round = [&](std::uint32_t f, std::uint32_t k, std::uint32_t word) noexcept {
-    const std::uint32_t next = RotateLeft(a, 5) + f + e + k + word;
-    e = d;
-    d = c;
-    c = RotateLeft(b, 30);
-    b = a;
-    a = next;
+  const auto choose = [](std::uint32_t x, std::uint32_t y, std::uint32_t z) noexcept {
+    return z ^ (x & (y ^ z));
   };
-  // One loop per round function, so that no round branches on its number.
-  for (int t = 0; t < 20; ++t) round((b & c) | (~b & d), 0x5A827999U, schedule(t));
-  for (int t = 20; t < 40; ++t) round(b ^ c ^ d, 0x6ED9EBA1U, schedule(t));
-  for (int t = 40; t < 60; ++t) round((b & c) | (b & d) | (c & d), 0x8F1BBCDCU, schedule(t));
-  for (int t = 60; t < 80; ++t) round(b ^ c ^ d, 0xCA62C1D6U, schedule(t));
+  const auto parity = [](std::uint32_t x, std::uint32_t y, std::uint32_t z) noexcept {
+    return x ^ y ^ z;
+  };
+  const auto majority = [](std::uint32_t x, std::uint32_t y, std::uint32_t z) noexcept {
+    return (x & y) | (z & (x | y));
+  };
+  // Unrolled by five so that the window's indices are constants after unrolling.
+  const auto fiveRounds = [&](auto f, std::uint32_t k, int t) noexcept {
+    Round(a, b, c, d, e, f, k, schedule(t));
+    Round(e, a, b, c, d, f, k, schedule(t + 1));
+    Round(d, e, a, b, c, f, k, schedule(t + 2));
+    Round(c, d, e, a, b, f, k, schedule(t + 3));
+    Round(b, c, d, e, a, f, k, schedule(t + 4));
+  };
+#pragma GCC unroll 4
+  for (int t = 0; t < 20; t += 5) fiveRounds(choose, 0x5A827999U, t);
+#pragma GCC unroll 4
+  for (int t = 20; t < 40; t += 5) fiveRounds(parity, 0x6ED9EBA1U, t);
+#pragma GCC unroll 4
+  for (int t = 40; t < 60; t += 5) fiveRounds(majority, 0x8F1BBCDCU, t);
+#pragma GCC unroll 4
+  for (int t = 60; t < 80; t += 5) fiveRounds(parity, 0xCA62C1D6U, t);
   m_state[0] += a;
   m_state[1] += b;
   m_state[2] += c;

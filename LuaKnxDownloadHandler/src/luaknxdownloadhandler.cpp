@@ -45,6 +45,27 @@ void LogCaught(const char* head, const char* what) noexcept {
   }
 }
 
+// Watches the script calls of one document build by the CPU-time tick, and
+// ends the watch on every way out, before the file is touched.
+class WatchedScriptCalls {
+ public:
+  explicit WatchedScriptCalls(luaknxdownloadhandler::LuxHelper& luxHelper)
+      : m_luxHelper(luxHelper) {
+    if (!m_luxHelper.BeginWatchedCalls() && m_luxHelper.GetInstructionLimit() != 0) {
+      LOG4CPLUS_TRACE(s_logger,
+                      "Script calls are counted at every instruction: no CPU-time "
+                      "tick for this download.");
+    }
+  }
+  ~WatchedScriptCalls() { End(); }
+  WatchedScriptCalls(const WatchedScriptCalls&) = delete;
+  WatchedScriptCalls& operator=(const WatchedScriptCalls&) = delete;
+  void End() noexcept { m_luxHelper.EndWatchedCalls(); }
+
+ private:
+  luaknxdownloadhandler::LuxHelper& m_luxHelper;
+};
+
 }  // namespace
 
 LuaKnxDownloadHandler::LuaKnxDownloadHandler(const std::string& configuration) {
@@ -89,11 +110,13 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
       ~Detach() { helper.SetDiagnostics(nullptr); }
     } detach{m_luxHelper};
     m_luxHelper.SetDiagnostics(sink);
+    WatchedScriptCalls watched(m_luxHelper);
     luaknxdownloadhandler::EtsXml etsXml(interfaceObjects, memory, coDescriptors, &s_logger,
                                          &m_luxHelper);
     etsXml.SetDiagnostics(sink);
     etsXml.SetMaxDocumentBytes(m_maxDocumentBytes);
     boost::optional<std::string> document = etsXml.Create();
+    watched.End();  // no tick interrupts the file's system calls
     if (!document) {
       LOG4CPLUS_DEBUG(s_logger, "No etsproject created.");
       return false;

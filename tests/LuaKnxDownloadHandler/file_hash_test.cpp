@@ -126,6 +126,46 @@ TEST_F(FileHashTest, SameContentComparesAFileOfTheTextsSizeByItsHash) {
   }
 }
 
+TEST_F(FileHashTest, SameContentFindsAFileOfSeveralPiecesEqualToTheText) {
+  const std::string text = Pattern(3 * kFileHashChunk + 17);
+  const fs::path path = m_dir.WriteFile("saved.xml", text);
+  FileReader reader;
+  FileError error;
+  ASSERT_TRUE(reader.Open(path, error));
+  bool same = false;
+  ASSERT_TRUE(SameContent(reader, text, same, error));
+  EXPECT_TRUE(same);
+  EXPECT_EQ(g_reads, 5);  // four pieces and the end
+}
+
+TEST_F(FileHashTest, SameContentFindsAFileOfTheTextsSizeDifferingInAnyPiece) {
+  const std::string text = Pattern(3 * kFileHashChunk + 17);
+  for (const std::size_t at : {std::size_t{0}, kFileHashChunk - 1, kFileHashChunk,
+                               2 * kFileHashChunk + 5, text.size() - 1}) {
+    std::string content = text;
+    content[at] = static_cast<char>(content[at] ^ 1);
+    const fs::path path = m_dir.WriteFile("saved.xml", content);
+    FileReader reader;
+    FileError error;
+    ASSERT_TRUE(reader.Open(path, error));
+    bool same = true;
+    ASSERT_TRUE(SameContent(reader, text, same, error));
+    EXPECT_FALSE(same) << "byte " << at;
+  }
+}
+
+TEST_F(FileHashTest, SameContentReportsAFileOfTheTextsSizeThatFailsPartWay) {
+  const std::string text = Pattern(3 * kFileHashChunk);
+  const fs::path path = m_dir.WriteFile("saved.xml", text);
+  FileReader reader;
+  FileError error;
+  ASSERT_TRUE(reader.Open(path, error));
+  g_failFromRead = 3;
+  bool same = true;
+  EXPECT_FALSE(SameContent(reader, text, same, error));
+  EXPECT_EQ(error.Describe(), "read: Input/output error");
+}
+
 TEST_F(FileHashTest, SameContentReadsAFileOfAnotherSizeToItsEnd) {
   const std::string text = "<etsproject/>\n";
   const fs::path path = m_dir.WriteFile("saved.xml", Pattern(3 * kFileHashChunk));

@@ -9,6 +9,9 @@
 
 #include <lua.hpp>
 
+#include <pthread.h>
+
+#include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -91,22 +94,49 @@ class LuaLimits : public ::testing::Test {
   Args m_out;
 };
 
-TEST_F(LuaLimits, EndlessLoopIsStoppedWithTheBudgetsException) { ExpectStopped("Spin"); }
+// Every way of running on is stopped both when each instruction is counted and
+// when the calls are watched by the CPU-time tick (counted from its first tick).
+class LuaStops : public LuaLimits, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    LuaLimits::SetUp();
+    if (GetParam()) {
+      ASSERT_TRUE(m_lua.BeginWatchedCalls());
+    }
+  }
+  void TearDown() override { m_lua.EndWatchedCalls(); }
+};
 
-TEST_F(LuaLimits, CatchingTheBudgetsErrorInALoopDoesNotEscapeIt) { ExpectStopped("SpinCaught"); }
+INSTANTIATE_TEST_SUITE_P(Calls, LuaStops, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& watched) {
+                           return watched.param ? "Watched" : "EveryInstructionCounted";
+                         });
 
-TEST_F(LuaLimits, CoroutinesInheritTheBudget) { ExpectStopped("SpinInCoroutine"); }
+TEST_P(LuaStops, EndlessLoopIsStoppedWithTheBudgetsException) { ExpectStopped("Spin"); }
 
-TEST_F(LuaLimits, CoroutinesThatFailOneAfterAnotherDoNotEscapeIt) {
+TEST_P(LuaStops, CatchingTheBudgetsErrorInALoopDoesNotEscapeIt) { ExpectStopped("SpinCaught"); }
+
+TEST_P(LuaStops, CoroutinesInheritTheBudget) { ExpectStopped("SpinInCoroutine"); }
+
+TEST_P(LuaStops, CoroutinesThatFailOneAfterAnotherDoNotEscapeIt) {
   ExpectStopped("SpinInCoroutinesIgnoringFailures");
 }
 
-TEST_F(LuaLimits, CoroutineMadeInOneCallIsCountedWhenALaterCallResumesIt) {
+TEST_P(LuaStops, CoroutineMadeInOneCallIsCountedWhenALaterCallResumesIt) {
   ASSERT_TRUE(Call("Park"));
   ExpectStopped("ResumeParked");
 }
 
-TEST_F(LuaLimits, LookupThroughAMetatableOnGlobalsIsUnderTheBudget) {
+TEST_P(LuaStops, EndlessLoopInsideAWrappedCoroutineIsStopped) {
+  ExpectStopped("SpinInCoroutine");
+  // The stopped call's coroutine is not left counting every instruction of the next one.
+  Args in;
+  in += Arg::FromInt(1000);
+  ASSERT_TRUE(Call("Sum", in, Arg::Integer));
+  EXPECT_EQ(m_out[0].GetInt(), 500500);
+}
+
+TEST_P(LuaStops, LookupThroughAMetatableOnGlobalsIsUnderTheBudget) {
   ASSERT_EQ(luaL_dostring(m_lua.State(),
                           "setmetatable(_G, { __index = function() while true do end end })"),
             LUA_OK);
@@ -122,7 +152,7 @@ TEST_F(LuaLimits, CallsWithinTheBudgetRunAndTheLargestIsCounted) {
   EXPECT_EQ(m_lua.LargestCallInstructions(), 2000U);
 }
 
-TEST_F(LuaLimits, AFailedCallLeavesItsGarbageCollected) {
+TEST_P(LuaStops, AFailedCallLeavesItsGarbageCollected) {
   const std::size_t before = m_lua.MemoryInUse();
   Args in;
   in += Arg::FromInt(5000);
@@ -157,6 +187,84 @@ TEST_F(LuaLimits, TopLevelOverBudgetFailsTheLoadWithItsLine) {
   in += Arg::FromInt(3);
   ASSERT_TRUE(Call("Sum", in, Arg::Integer));
   EXPECT_EQ(m_out[0].GetInt(), 6);
+}
+
+// --- Calls watched by the CPU-time tick ----------------------------------------
+
+TEST_F(LuaLimits, AWatchedCallShorterThanATickIsNotCounted) {
+  // 2,000 rounds of two instructions: far over the budget, far under a tick.
+  Args in;
+  in += Arg::FromInt(kBudget);
+  EXPECT_THROW(Call("Sum", in, Arg::Integer), ovslua::ExecutionBudgetExceeded);
+  ASSERT_TRUE(m_lua.BeginWatchedCalls());
+  EXPECT_TRUE(m_lua.WatchingCalls());
+  ASSERT_TRUE(Call("Sum", in, Arg::Integer));
+  EXPECT_EQ(m_out[0].GetInt(), static_cast<std::int64_t>(kBudget * (kBudget + 1) / 2));
+  m_lua.EndWatchedCalls();
+  EXPECT_FALSE(m_lua.WatchingCalls());
+  // Counted at every step again once the watch is over.
+  EXPECT_THROW(Call("Sum", in, Arg::Integer), ovslua::ExecutionBudgetExceeded);
+}
+
+TEST_F(LuaLimits, TheSignalIsGivenBackWhenTheWatchEnds) {
+  const int signal = ovslua::Lua::WatchedCallsSignal();
+  EXPECT_GE(signal, SIGRTMIN);
+  EXPECT_LE(signal, SIGRTMAX);
+  ASSERT_TRUE(m_lua.BeginWatchedCalls());
+  struct sigaction during {};
+  ASSERT_EQ(sigaction(signal, nullptr, &during), 0);
+  EXPECT_NE(during.sa_flags & SA_SIGINFO, 0);
+  ExpectStopped("Spin");
+  m_lua.EndWatchedCalls();
+  struct sigaction after {};
+  ASSERT_EQ(sigaction(signal, nullptr, &after), 0);
+  EXPECT_EQ(after.sa_flags & SA_SIGINFO, 0);
+  EXPECT_EQ(after.sa_handler, SIG_DFL);
+}
+
+void HostsOwnHandler(int /*signal*/) {}
+
+TEST_F(LuaLimits, ASignalTheHostHandlesKeepsEveryInstructionCountedAndTheHostsHandler) {
+  const int signal = ovslua::Lua::WatchedCallsSignal();
+  struct sigaction host {};
+  host.sa_handler = &HostsOwnHandler;
+  sigemptyset(&host.sa_mask);
+  struct sigaction before {};
+  ASSERT_EQ(sigaction(signal, &host, &before), 0);
+  EXPECT_FALSE(m_lua.BeginWatchedCalls());
+  EXPECT_FALSE(m_lua.WatchingCalls());
+  ExpectStopped("Spin");
+  m_lua.EndWatchedCalls();
+  struct sigaction after {};
+  ASSERT_EQ(sigaction(signal, &before, &after), 0);
+  EXPECT_EQ(after.sa_handler, &HostsOwnHandler);
+}
+
+TEST_F(LuaLimits, ASignalBlockedOnTheThreadKeepsEveryInstructionCounted) {
+  sigset_t only;
+  sigemptyset(&only);
+  sigaddset(&only, ovslua::Lua::WatchedCallsSignal());
+  sigset_t before;
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &only, &before), 0);
+  EXPECT_FALSE(m_lua.BeginWatchedCalls());
+  ExpectStopped("Spin");
+  m_lua.EndWatchedCalls();
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+}
+
+TEST_F(LuaLimits, LoadingAgainWhileWatchedCountsTheTopLevelAtEveryStep) {
+  ASSERT_TRUE(m_lua.BeginWatchedCalls());
+  const auto path =
+      m_dir.WriteFile("quick.lua", "local s = 0 for i = 1, 100000 do s = s + i end\n");
+  EXPECT_FALSE(m_lua.Load(path.string()));
+  EXPECT_FALSE(m_lua.WatchingCalls());
+}
+
+TEST(LuaLimitsOff, WithoutABudgetThereIsNothingToWatch) {
+  TestLua lua;
+  ASSERT_TRUE(lua.Initialize());
+  EXPECT_FALSE(lua.BeginWatchedCalls());
+  EXPECT_FALSE(lua.WatchingCalls());
 }
 
 TEST(LuaLimitsOff, WithoutABudgetNothingIsCountedOrStopped) {
@@ -227,6 +335,22 @@ TEST_F(LuaLimits, WhatADescriptionNeedsIsThere) {
             "ok");
   EXPECT_EQ(Try("assert(math.floor(2.5) == 2 and utf8.char(72) == 'H')"), "ok");
   EXPECT_EQ(Try("assert(coroutine.wrap(function() coroutine.yield(3) end)() == 3)"), "ok");
+  EXPECT_EQ(
+      Try("local co = coroutine.create(function(a) return a + 1 end) "
+          "assert(select(2, coroutine.resume(co, 1)) == 2 and coroutine.status(co) == 'dead')"),
+      "ok");
+  // Made through the budget's own create and wrap, with stock Lua's messages.
+  EXPECT_EQ(
+      Try("coroutine.create(1)"),
+      "[string \"coroutine.create(1)\"]:1: bad argument #1 to 'create' (function expected, got "
+      "number)");
+  EXPECT_EQ(Try("coroutine.wrap(1)"),
+            "[string \"coroutine.wrap(1)\"]:1: bad argument #1 to 'wrap' (function expected, got "
+            "number)");
+  // The library's wrap adds the position to a text error, as stock Lua does.
+  EXPECT_EQ(Try("coroutine.wrap(function() error('inside') end)()"),
+            "[string \"coroutine.wrap(function() error('inside') end...\"]:1: [string "
+            "\"coroutine.wrap(function() error('inside') end...\"]:1: inside");
   EXPECT_EQ(Try("assert(select('#', 1, 2) == 2 and tostring(nil) == 'nil' and print)"), "ok");
   EXPECT_EQ(Try("assert(load('return 1')() == 1)"), "ok");
   EXPECT_EQ(Try("assert(getmetatable(setmetatable({}, { __index = { a = 1 } })).__index.a == 1)"),

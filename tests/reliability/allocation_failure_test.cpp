@@ -468,7 +468,8 @@ TEST_F(AllocationFailureTest, GeneratedDownloadWithASampleOfAllocationsFailing) 
   const Scenario scenario = GeneratedScenario();
   const std::uint64_t allocations = CheckCleanDownload(scenario, "generated");
   RecordProperty("generated.shape", scenario.name);
-  ASSERT_GT(allocations, 5000U);
+  // Enough allocations that the sample below is a sample, not the whole download.
+  ASSERT_GT(allocations, 4000U);
   // A fixed seed, so that a failure can be repeated. A download's count varies
   // a little with the Lua collector's timing, so a position near the end may lie
   // past it; positions are drawn until enough downloads were faulted.

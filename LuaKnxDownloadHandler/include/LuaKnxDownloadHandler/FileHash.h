@@ -21,7 +21,8 @@ bool CreateFileHash(Helper::File::FileReader& reader, std::vector<std::uint32_t>
 
 /// Whether the file reader has open holds exactly text. A file of another size
 /// is still read to its end, unhashed: one that fails part-way is unreadable,
-/// and an unreadable saved file is kept, whatever its size.
+/// and an unreadable saved file is kept, whatever its size. A file of the text's
+/// size is compared byte for byte and hashed only from the first piece that differs.
 bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& same,
                  Helper::File::FileError& error);
 

@@ -27,6 +27,13 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   /// Creates the interpreter and loads the script; the result is also kept.
   bool Load(const std::string& scriptPath);
 
+  // A download's calls are watched by a CPU-time tick instead of counted at
+  // every instruction (see ovslua::Lua::BeginWatchedCalls).
+  using ovslua::Lua::BeginWatchedCalls;
+  using ovslua::Lua::EndWatchedCalls;
+  using ovslua::Lua::GetInstructionLimit;
+  using ovslua::Lua::WatchingCalls;
+
   // What the interpreter holds and has used (measurements, tests).
   using ovslua::Lua::CollectGarbage;
   using ovslua::Lua::LargestCallInstructions;
@@ -82,6 +89,13 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   template <typename Result, typename Read>
   Result CallTable(const char* name, std::initializer_list<std::uint32_t> arguments, Result failure,
                    Read&& read);
+  /// Call()'s protocol for one result, read by read() from the top of the
+  /// stack, without building an argument and a result list per call.
+  template <typename Read>
+  bool CallOneResult(const char* name, std::initializer_list<std::uint32_t> arguments, Read&& read);
+  /// A query with one string result: none when the call failed.
+  boost::optional<std::string> StringQuery(const char* name,
+                                           std::initializer_list<std::uint32_t> arguments);
 
   /// With diagnostics: notes what the reader at hand skips, and reports the notes
   /// made since mark once the record's key is known.

@@ -1,5 +1,6 @@
 #include <ovslua/Lua.h>
 
+#include "CpuTick.h"
 #include "SmallBlockPool.h"
 
 #include <log4cplus/loggingmacros.h>
@@ -7,6 +8,7 @@
 #include <lua.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -109,6 +111,12 @@ struct ExecutionBudget {
   bool exceeded = false;
 };
 
+// The tick that watches this interpreter's calls, and what its handler arms.
+struct CallWatch {
+  TickTarget target;
+  CpuTick tick;
+};
+
 }  // namespace detail
 
 namespace {
@@ -165,6 +173,56 @@ int SetMetatableWithoutFinalizer(lua_State* state) {
   lua_settop(state, 2);
   lua_setmetatable(state, 1);
   return 1;
+}
+
+// Gives a new coroutine the count hook of the budget. Threads copy the hook of
+// the thread that creates them, and a watched main thread runs without one, so
+// a coroutine made there would otherwise never be counted.
+void CountNewThread(lua_State* state, lua_State* thread) {
+  if (thread == nullptr || lua_gethook(thread) != nullptr) return;
+  lua_rawgetp(state, LUA_REGISTRYINDEX, &kBudgetKey);
+  const auto* budget = static_cast<const detail::ExecutionBudget*>(lua_touserdata(state, -1));
+  lua_pop(state, 1);
+  if (budget != nullptr && budget->limit != 0) {
+    lua_sethook(thread, &CountInstructions, LUA_MASKCOUNT, budget->step);
+  }
+}
+
+// coroutine.create, as the library has it, with the budget's hook on the thread.
+int CreateCountedCoroutine(lua_State* state) {
+  luaL_checktype(state, 1, LUA_TFUNCTION);
+  lua_State* thread = lua_newthread(state);
+  lua_pushvalue(state, 1);
+  lua_xmove(state, thread, 1);
+  CountNewThread(state, thread);
+  return 1;
+}
+
+// coroutine.wrap through the library's own (upvalue 1), whose function keeps
+// its thread as its one upvalue; that thread gets the budget's hook.
+int WrapCountedCoroutine(lua_State* state) {
+  luaL_checktype(state, 1, LUA_TFUNCTION);
+  lua_settop(state, 1);
+  lua_pushvalue(state, lua_upvalueindex(1));
+  lua_insert(state, 1);
+  lua_call(state, 1, 1);
+  if (lua_getupvalue(state, -1, 1) != nullptr) {
+    CountNewThread(state, lua_tothread(state, -1));
+    lua_pop(state, 1);
+  }
+  return 1;
+}
+
+// Puts the two functions above in place of the coroutine library's, in the
+// table that both the global and require("coroutine") give.
+void CountCoroutines(lua_State* state) {
+  lua_getglobal(state, "coroutine");
+  lua_pushcfunction(state, &CreateCountedCoroutine);
+  lua_setfield(state, -2, "create");
+  lua_getfield(state, -1, "wrap");
+  lua_pushcclosure(state, &WrapCountedCoroutine, 1);
+  lua_setfield(state, -2, "wrap");
+  lua_pop(state, 1);
 }
 
 }  // namespace
@@ -243,6 +301,7 @@ end
 
 bool Lua::Initialize() {
   std::lock_guard<std::mutex> lock(m_mutex);
+  StopWatch();
   if (m_luaState != nullptr) {
     lua_close(m_luaState);
     m_luaState = nullptr;
@@ -272,6 +331,7 @@ bool Lua::Initialize() {
     }
     lua_pushcfunction(state, &SetMetatableWithoutFinalizer);
     lua_setglobal(state, "setmetatable");
+    CountCoroutines(state);
     lua_pushlightuserdata(state, m_budget.get());
     lua_rawsetp(state, LUA_REGISTRYINDEX, &kBudgetKey);
   } catch (const LuaPanicError& error) {
@@ -290,17 +350,20 @@ bool Lua::Initialize() {
 
 void Lua::InstallBudgetHook() const {
   if (m_luaState == nullptr) return;
+  m_budget->limit = m_instructionLimit;
+  // Watched, the main thread runs without a hook until a tick sets one.
+  if (m_watch && m_watch->tick.Running()) return;
   // Without a budget no hook at all: counting costs a little on every instruction.
   if (m_instructionLimit != 0) {
     lua_sethook(m_luaState, &CountInstructions, LUA_MASKCOUNT, m_budget->step);
   } else {
     lua_sethook(m_luaState, nullptr, 0, 0);
   }
-  m_budget->limit = m_instructionLimit;
 }
 
 bool Lua::Load(const std::string& scriptPath) const {
   std::lock_guard<std::mutex> lock(m_mutex);
+  StopWatch();  // the top level is counted at every step, watched or not
   m_status = LUA_OK;
   m_errorMessage.clear();
   if (m_luaState == nullptr) {
@@ -390,17 +453,31 @@ namespace {
 // lua_pcall under the budget, kept out of the exported members so that the
 // compiler can inline it into the calls: it runs once per script call.
 inline int RunUnderBudget(lua_State* state, detail::SmallBlockPool* pool,
-                          detail::ExecutionBudget& budget, bool budgeted, int argumentCount,
-                          int resultCount, bool& overBudget, bool& outOfMemory) {
+                          detail::ExecutionBudget& budget, detail::TickTarget* watched,
+                          bool budgeted, int argumentCount, int resultCount, bool& overBudget,
+                          bool& outOfMemory) {
   const std::size_t failuresBefore = pool != nullptr ? pool->FailureCount() : 0;
   // After a call that ran out, the main thread checks every instruction; back to steps.
-  if (budget.exceeded && budgeted) {
+  if (budget.exceeded && budgeted && watched == nullptr) {
     lua_sethook(state, &CountInstructions, LUA_MASKCOUNT, budget.step);
   }
   budget.used = 0;
   budget.exceeded = false;
   budget.active = true;
+  if (watched != nullptr) {
+    watched->running = state;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+  }
   const int status = lua_pcallk(state, argumentCount, resultCount, 0, 0, nullptr);
+  if (watched != nullptr) {
+    // No tick arms the hook once the call is over; one that did is taken off again.
+    watched->running = nullptr;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (watched->armed != 0) {
+      lua_sethook(state, nullptr, 0, 0);
+      watched->armed = 0;
+    }
+  }
   budget.active = false;
   if (budget.used > budget.largest) budget.largest = budget.used;
   overBudget = budget.exceeded;
@@ -412,21 +489,32 @@ inline int RunUnderBudget(lua_State* state, detail::SmallBlockPool* pool,
 
 int Lua::RunProtected(int argumentCount, int resultCount, bool& overBudget,
                       bool& outOfMemory) const {
-  return RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0, argumentCount,
-                        resultCount, overBudget, outOfMemory);
+  // The top level is always counted exactly: it runs once, and its budget decides the load.
+  return RunUnderBudget(m_luaState, m_pool.get(), *m_budget, nullptr, m_instructionLimit != 0,
+                        argumentCount, resultCount, overBudget, outOfMemory);
 }
 
 void Lua::CollectAfterFailure() const {
   // Bounded: scripts cannot set finalizers, so a collection runs no script code.
-  lua_gc(m_luaState, LUA_GCCOLLECT);
+  // Lua frees only half of the call records a deep recursion left at each
+  // collection, so collect until nothing more comes free (a few dozen at most).
+  std::size_t before = m_pool ? m_pool->BytesInUse() : 0;
+  for (int round = 0; round < 64; ++round) {
+    lua_gc(m_luaState, LUA_GCCOLLECT);
+    const std::size_t after = m_pool ? m_pool->BytesInUse() : 0;
+    if (after >= before) break;
+    before = after;
+  }
 }
 
 int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function, int refId) const {
   const int base = lua_gettop(m_luaState) - argumentCount - 1;
   bool overBudget = false;
   bool outOfMemory = false;
-  const int status = RunUnderBudget(m_luaState, m_pool.get(), *m_budget, m_instructionLimit != 0,
-                                    argumentCount, resultCount, overBudget, outOfMemory);
+  detail::TickTarget* watched = m_watch && m_watch->tick.Running() ? &m_watch->target : nullptr;
+  const int status =
+      RunUnderBudget(m_luaState, m_pool.get(), *m_budget, watched, m_instructionLimit != 0,
+                     argumentCount, resultCount, overBudget, outOfMemory);
   if (!overBudget && !outOfMemory) return status;
   // What the call left is no answer; collected with the rest of its garbage.
   lua_settop(m_luaState, std::max(base, 0));
@@ -654,8 +742,45 @@ std::uint64_t Lua::LargestCallInstructions() const {
   return m_budget->largest;
 }
 
+bool Lua::BeginWatchedCalls() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_luaState == nullptr || m_instructionLimit == 0) return false;
+  if (m_watch && m_watch->tick.Running()) return true;
+  if (!m_watch) m_watch.reset(new detail::CallWatch);
+  detail::TickTarget& target = m_watch->target;
+  target.running = nullptr;
+  target.armed = 0;
+  target.hook = &CountInstructions;
+  target.step = m_budget->step;
+  if (!m_watch->tick.Start(target)) return false;
+  lua_sethook(m_luaState, nullptr, 0, 0);
+  return true;
+}
+
+void Lua::EndWatchedCalls() noexcept {
+  try {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    StopWatch();
+  } catch (...) {
+    // Only a broken mutex fails here; the tick then runs on until the interpreter is released.
+  }
+}
+
+bool Lua::WatchingCalls() const noexcept { return m_watch && m_watch->tick.Running(); }
+
+int Lua::WatchedCallsSignal() noexcept { return detail::CpuTick::Signal(); }
+
+void Lua::StopWatch() const noexcept {
+  if (!m_watch || !m_watch->tick.Running()) return;
+  m_watch->tick.Stop();
+  m_watch->target.running = nullptr;
+  m_watch->target.armed = 0;
+  InstallBudgetHook();
+}
+
 void Lua::Release() {
   std::lock_guard<std::mutex> lock(m_mutex);
+  StopWatch();
   if (m_luaState != nullptr) {
     lua_close(m_luaState);
     m_luaState = nullptr;

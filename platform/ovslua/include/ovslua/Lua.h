@@ -17,6 +17,7 @@ namespace ovslua {
 namespace detail {
 class SmallBlockPool;
 struct ExecutionBudget;
+struct CallWatch;
 }  // namespace detail
 
 /// Thrown out of the interpreter when Lua raises an error outside any protected
@@ -161,6 +162,25 @@ class Lua {
   /// (0 when no budget is set: nothing is counted then).
   std::uint64_t LargestCallInstructions() const;
 
+  /// Until EndWatchedCalls, the calls made on this thread are not counted at
+  /// every instruction: a tick of this thread's CPU time (every 10 ms, on a
+  /// real-time signal) sets the count on the call it finds running, and from
+  /// then on that call is held to its budget. Lua's count hook checks every
+  /// instruction whatever its count, a few percent of a script-heavy run;
+  /// watched, only calls that run for a tick pay it, and a call that never
+  /// ends is still stopped, one tick plus its budget later. False, and every
+  /// instruction counted as before, when there is no budget or the tick cannot
+  /// be had (the host handles or blocks the signal, no timer). The top level
+  /// (Load) is always counted exactly.
+  bool BeginWatchedCalls();
+  /// Back to counting every instruction; no tick arrives after it returns.
+  void EndWatchedCalls() noexcept;
+  /// Whether calls are watched by the tick now.
+  bool WatchingCalls() const noexcept;
+  /// The real-time signal the ticks arrive on (SIGRTMIN + 6); a host that
+  /// handles or blocks it keeps every instruction counted.
+  static int WatchedCallsSignal() noexcept;
+
   static log4cplus::Logger sm_logger;
 
  protected:
@@ -194,10 +214,12 @@ class Lua {
   // pcall under the budget; reports whether the budget ran out or memory failed.
   int RunProtected(int argumentCount, int resultCount, bool& overBudget, bool& outOfMemory) const;
   void InstallBudgetHook() const;
+  void StopWatch() const noexcept;
   void CollectAfterFailure() const;
 
   std::unique_ptr<detail::SmallBlockPool> m_pool;  // the interpreter's memory; outlives it
   std::unique_ptr<detail::ExecutionBudget> m_budget;
+  std::unique_ptr<detail::CallWatch> m_watch;  // made at the first watch, kept for the next
   std::size_t m_memoryLimit = 0;
   std::uint64_t m_instructionLimit = 0;
   int m_instructionStep = 1000;
