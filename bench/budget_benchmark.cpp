@@ -6,77 +6,43 @@
 // quotes the CPU times.
 //
 //   lkdh_budget_benchmark --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
-#include "generator/DownloadGenerator.h"
+#include "GeneratedHandler.h"
 
-#include <LuaKnxDownloadHandler/luaknxdownloadhandler.h>
+#include <ovslua/Lua.h>
 
 #include <benchmark/benchmark.h>
 #include <log4cplus/logger.h>
-#include <boost/filesystem/operations.hpp>
 
 #include <pthread.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <tuple>
-
-namespace fs = boost::filesystem;
 
 namespace {
 
 enum Budget : int { kNone = 0, kWatched = 1, kEveryInstruction = 2 };
 
-struct Fixture {
-  std::unique_ptr<lkdh::bench::GeneratedDownload> download;
-  fs::path dir;
-  std::unique_ptr<Korvex::LuaKnxDownloadHandler> handler;
-
-  Fixture() = default;
-  Fixture(const Fixture&) = delete;
-  Fixture& operator=(const Fixture&) = delete;
-  ~Fixture() {
-    handler.reset();
-    boost::system::error_code ignored;
-    fs::remove_all(dir, ignored);
-  }
-};
-
-bool Download(Fixture& fixture) {
-  auto& d = *fixture.download;
-  return fixture.handler->CreateFileWithKnxData(
-      d.objects, d.memory, [] {}, Korvex::IKnxDownloadHandler::AppData_None, d.descriptors);
-}
-
-Fixture& FixtureFor(unsigned f, unsigned n, unsigned p, bool budget) {
-  static std::map<std::tuple<unsigned, unsigned, unsigned, bool>, std::unique_ptr<Fixture>> all;
+lkdh::bench::GeneratedHandler& FixtureFor(unsigned f, unsigned n, unsigned p, bool budget) {
+  static std::map<std::tuple<unsigned, unsigned, unsigned, bool>,
+                  std::unique_ptr<lkdh::bench::GeneratedHandler>>
+      all;
   auto& slot = all[{f, n, p, budget}];
   if (!slot) {
-    slot = std::make_unique<Fixture>();
     lkdh::bench::DownloadShape shape;
     shape.folders = f;
     shape.functionsPerFolder = n;
     shape.parametersPerFunction = p;
-    slot->download = lkdh::bench::GenerateDownload(shape);
-    slot->dir = fs::temp_directory_path() / fs::unique_path("lkdh-budget-%%%%-%%%%");
-    fs::create_directories(slot->dir);
-    const fs::path script = slot->dir / "device.lua";
-    std::ofstream(script.string()) << slot->download->script;
-    // The limits are read when a handler is created.
+    // The limits are read when the handler is made.
     if (budget) {
       ::unsetenv("LKDH_SCRIPT_MAX_INSTRUCTIONS");
     } else {
       ::setenv("LKDH_SCRIPT_MAX_INSTRUCTIONS", "0", 1);
     }
-    slot->handler = std::make_unique<Korvex::LuaKnxDownloadHandler>(
-        (slot->dir / "etsproject.xml").string() + ";" + script.string());
+    slot = std::make_unique<lkdh::bench::GeneratedHandler>(shape);
     ::unsetenv("LKDH_SCRIPT_MAX_INSTRUCTIONS");
-    if (!slot->handler->Loaded()) throw std::runtime_error("generated script did not load");
-    if (!Download(*slot)) throw std::runtime_error("generated download wrote no document");
   }
   return *slot;
 }
@@ -110,7 +76,7 @@ void BM_UnchangedDownload(benchmark::State& state) {
                  static_cast<unsigned>(state.range(2)), budget != kNone);
   const SignalBlocked blocked(budget == kEveryInstruction);
   for (auto _ : state) {
-    if (Download(fixture)) state.SkipWithError("unchanged download was written");
+    if (fixture.Download()) state.SkipWithError("unchanged download was written");
   }
 }
 

@@ -5,6 +5,7 @@
 // without the handler (BM_ScriptOnly). scripts/bench-report.sh runs these and turns the
 // JSON into docs/performance.md.
 #include "CopyTree.h"
+#include "GeneratedHandler.h"
 #include "ScriptCalls.h"
 #include "generator/DownloadGenerator.h"
 
@@ -31,48 +32,21 @@ namespace {
 using lkdh::bench::DownloadShape;
 using lkdh::bench::GeneratedDownload;
 
-struct Fixture {
-  std::unique_ptr<GeneratedDownload> download;
-  fs::path dir;
-  fs::path document;
-  std::unique_ptr<Korvex::LuaKnxDownloadHandler> handler;
-  std::string text;  // the document a download produces
-  fs::path script;
-
-  Fixture() = default;
-  Fixture(const Fixture&) = delete;
-  Fixture& operator=(const Fixture&) = delete;
-  ~Fixture() {
-    handler.reset();
-    boost::system::error_code ignored;
-    fs::remove_all(dir, ignored);
-  }
+// The generated handler and the document its first download wrote.
+struct Fixture : lkdh::bench::GeneratedHandler {
+  using GeneratedHandler::GeneratedHandler;
+  std::string text;
 };
 
 Fixture& FixtureFor(unsigned f, unsigned n, unsigned p) {
   static std::map<std::tuple<unsigned, unsigned, unsigned>, std::unique_ptr<Fixture>> fixtures;
   auto& slot = fixtures[{f, n, p}];
   if (!slot) {
-    slot = std::make_unique<Fixture>();
     DownloadShape shape;
     shape.folders = f;
     shape.functionsPerFolder = n;
     shape.parametersPerFunction = p;
-    slot->download = lkdh::bench::GenerateDownload(shape);
-    slot->dir = fs::temp_directory_path() / fs::unique_path("lkdh-bench-%%%%-%%%%");
-    fs::create_directories(slot->dir);
-    const fs::path script = slot->dir / "device.lua";
-    slot->script = script;
-    std::ofstream(script.string()) << slot->download->script;
-    slot->document = slot->dir / "etsproject.xml";
-    slot->handler = std::make_unique<Korvex::LuaKnxDownloadHandler>(slot->document.string() + ";" +
-                                                                    script.string());
-    if (!slot->handler->Loaded()) throw std::runtime_error("generated script did not load");
-    auto& d = *slot->download;
-    if (!slot->handler->CreateFileWithKnxData(
-            d.objects, d.memory, [] {}, Korvex::IKnxDownloadHandler::AppData_None, d.descriptors)) {
-      throw std::runtime_error("generated download wrote no document");
-    }
+    slot = std::make_unique<Fixture>(shape);
     std::ifstream in(slot->document.string(), std::ios::binary);
     std::ostringstream content;
     content << in.rdbuf();
