@@ -15,12 +15,14 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = boost::filesystem;
@@ -488,6 +490,38 @@ TEST_F(WatchedDownloads, WhenTheHostHandlesTheSignalEveryInstructionIsCountedAnd
   const auto traces = Lines(capture, log4cplus::TRACE_LOG_LEVEL);
   EXPECT_EQ(std::count(traces.begin(), traces.end(), kFallbackLine), 1);
   EXPECT_EQ(after.sa_handler, &HostsOwnHandler);
+}
+
+TEST_F(WatchedDownloads, AnEndlessLoopOnOneThreadIsStoppedWhileValidDownloadsRunOnAnother) {
+  ::setenv("LKDH_SCRIPT_MAX_INSTRUCTIONS", kInstructions, 1);
+  auto looping = Looping();
+  TempDir other;
+  Korvex::LuaKnxDownloadHandler valid((other.Path() / "etsproject.xml").string() + ";" +
+                                      lkdh::test::HandlerScriptPath());
+  ASSERT_TRUE(looping->Loaded());
+  ASSERT_TRUE(valid.Loaded());
+  constexpr int kLooping = 20;
+  int stopped = 0;
+  int written = 0;
+  std::atomic<bool> loopsDone{false};
+  // Each watch of the valid side begins and ends while the other side's tick runs: the
+  // handler they share must stay until the last watch ends, or a tick would end the process.
+  std::thread validSide([&] {
+    while (!loopsDone.load()) {
+      if (Download(valid)) ++written;
+    }
+  });
+  for (int i = 0; i < kLooping; ++i) {
+    if (!Download(*looping)) ++stopped;
+  }
+  loopsDone.store(true);
+  validSide.join();
+  EXPECT_EQ(stopped, kLooping);
+  EXPECT_GT(written, 0);
+  struct sigaction after {};
+  ASSERT_EQ(sigaction(ovslua::Lua::WatchedCallsSignal(), nullptr, &after), 0);
+  EXPECT_EQ(after.sa_handler, SIG_DFL);
+  EXPECT_EQ(after.sa_flags & SA_SIGINFO, 0);
 }
 
 TEST_F(WatchedDownloads, WithoutABudgetNothingIsWatchedAndNothingSaid) {
