@@ -205,6 +205,15 @@ void ScriptReplay::Push(const ScriptValue& value) const {
 }
 
 void ScriptReplay::Run() {
+  // Watched by the CPU-time tick, as a download's calls are, so that the
+  // script's share carries no count hook the download does not pay for.
+  struct Watch {
+    ScriptReplay& replay;
+    explicit Watch(ScriptReplay& r) : replay(r) { replay.BeginWatchedCalls(); }
+    ~Watch() { replay.EndWatchedCalls(); }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+  } watch(*this);
   lua_State* const state = m_luaState;
   lua_settop(state, 0);
   lua_pushnil(state);  // index 1: the latest parameter list
