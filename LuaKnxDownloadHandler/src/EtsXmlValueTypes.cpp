@@ -124,15 +124,16 @@ std::string Bytes(std::uint32_t count) {
   return fmt::format("{} {}", count, count == 1 ? "byte" : "bytes");
 }
 
-// What is written, or passed, when the value cannot be read.
-const char* UnreadableConsequence(ValueType type) {
+// What a value of this type is read as when its bytes are not there; a text's
+// outcome differs between a missing property and a missing array element.
+const char* Consequence(ValueType type, const char* forText) {
   switch (type) {
     case ValueType::Bool:
       return "read as false";
     case ValueType::Text:
     case ValueType::Name:
     case ValueType::Url:
-      return "read as the wrong-property-id text";
+      return forText;
     case ValueType::Generic20:
       return "read as an empty text";
     default:
@@ -140,20 +141,14 @@ const char* UnreadableConsequence(ValueType type) {
   }
 }
 
-// What is read past the end of an array: zero bytes, so texts come from address 0.
+// A missing property: texts get the wrong-property-id text.
+const char* UnreadableConsequence(ValueType type) {
+  return Consequence(type, "read as the wrong-property-id text");
+}
+
+// Past the end of an array the bytes read are zero, so texts come from address 0.
 const char* MissingElementConsequence(ValueType type) {
-  switch (type) {
-    case ValueType::Bool:
-      return "read as false";
-    case ValueType::Text:
-    case ValueType::Name:
-    case ValueType::Url:
-      return "read from memory address 0";
-    case ValueType::Generic20:
-      return "read as an empty text";
-    default:
-      return "read as 0";
-  }
+  return Consequence(type, "read from memory address 0");
 }
 
 void Report(Diagnostics& diagnostics, const Skip& where, SkipReason reason,

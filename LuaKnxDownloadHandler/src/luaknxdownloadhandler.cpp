@@ -45,22 +45,27 @@ void LogCaught(const char* head, const char* what) noexcept {
   }
 }
 
-// Watches the script calls of one document build by the CPU-time tick, and
-// ends the watch on every way out, before the file is touched.
-class WatchedScriptCalls {
+// The bridge as one document build uses it: the diagnostics sink (or none) and
+// the calls watched by the CPU-time tick. End() gives both back, on every way
+// out, before the file is touched.
+class BuildScope {
  public:
-  explicit WatchedScriptCalls(luaknxdownloadhandler::LuxHelper& luxHelper)
+  BuildScope(luaknxdownloadhandler::LuxHelper& luxHelper, luaknxdownloadhandler::Diagnostics* sink)
       : m_luxHelper(luxHelper) {
+    m_luxHelper.SetDiagnostics(sink);
     if (!m_luxHelper.BeginWatchedCalls() && m_luxHelper.GetInstructionLimit() != 0) {
       LOG4CPLUS_TRACE(s_logger,
                       "Script calls are counted at every instruction: no CPU-time "
                       "tick for this download.");
     }
   }
-  ~WatchedScriptCalls() { End(); }
-  WatchedScriptCalls(const WatchedScriptCalls&) = delete;
-  WatchedScriptCalls& operator=(const WatchedScriptCalls&) = delete;
-  void End() noexcept { m_luxHelper.EndWatchedCalls(); }
+  ~BuildScope() { End(); }
+  BuildScope(const BuildScope&) = delete;
+  BuildScope& operator=(const BuildScope&) = delete;
+  void End() noexcept {
+    m_luxHelper.EndWatchedCalls();
+    m_luxHelper.SetDiagnostics(nullptr);
+  }
 
  private:
   luaknxdownloadhandler::LuxHelper& m_luxHelper;
@@ -105,18 +110,13 @@ bool LuaKnxDownloadHandler::CreateFileWithKnxData(const InterfaceObjectMap& inte
     boost::optional<luaknxdownloadhandler::LogDiagnostics> diagnostics;
     if (s_logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) diagnostics.emplace(s_logger);
     luaknxdownloadhandler::Diagnostics* sink = diagnostics ? &*diagnostics : nullptr;
-    struct Detach {
-      luaknxdownloadhandler::LuxHelper& helper;
-      ~Detach() { helper.SetDiagnostics(nullptr); }
-    } detach{m_luxHelper};
-    m_luxHelper.SetDiagnostics(sink);
-    WatchedScriptCalls watched(m_luxHelper);
+    BuildScope build(m_luxHelper, sink);
     luaknxdownloadhandler::EtsXml etsXml(interfaceObjects, memory, coDescriptors, &s_logger,
                                          &m_luxHelper);
     etsXml.SetDiagnostics(sink);
     etsXml.SetMaxDocumentBytes(m_maxDocumentBytes);
     boost::optional<std::string> document = etsXml.Create();
-    watched.End();  // no tick interrupts the file's system calls
+    build.End();  // no tick interrupts the file's system calls
     if (!document) {
       LOG4CPLUS_DEBUG(s_logger, "No etsproject created.");
       return false;

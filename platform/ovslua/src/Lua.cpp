@@ -352,7 +352,7 @@ void Lua::InstallBudgetHook() const {
   if (m_luaState == nullptr) return;
   m_budget->limit = m_instructionLimit;
   // Watched, the main thread runs without a hook until a tick sets one.
-  if (m_watch && m_watch->tick.Running()) return;
+  if (WatchingCalls()) return;
   // Without a budget no hook at all: counting costs a little on every instruction.
   if (m_instructionLimit != 0) {
     lua_sethook(m_luaState, &CountInstructions, LUA_MASKCOUNT, m_budget->step);
@@ -511,7 +511,7 @@ int Lua::ProtectedCall(int argumentCount, int resultCount, const char* function,
   const int base = lua_gettop(m_luaState) - argumentCount - 1;
   bool overBudget = false;
   bool outOfMemory = false;
-  detail::TickTarget* watched = m_watch && m_watch->tick.Running() ? &m_watch->target : nullptr;
+  detail::TickTarget* watched = WatchingCalls() ? &m_watch->target : nullptr;
   const int status =
       RunUnderBudget(m_luaState, m_pool.get(), *m_budget, watched, m_instructionLimit != 0,
                      argumentCount, resultCount, overBudget, outOfMemory);
@@ -745,7 +745,7 @@ std::uint64_t Lua::LargestCallInstructions() const {
 bool Lua::BeginWatchedCalls() {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_luaState == nullptr || m_instructionLimit == 0) return false;
-  if (m_watch && m_watch->tick.Running()) return true;
+  if (WatchingCalls()) return true;
   if (!m_watch) m_watch.reset(new detail::CallWatch);
   detail::TickTarget& target = m_watch->target;
   target.running = nullptr;
@@ -771,7 +771,7 @@ bool Lua::WatchingCalls() const noexcept { return m_watch && m_watch->tick.Runni
 int Lua::WatchedCallsSignal() noexcept { return detail::CpuTick::Signal(); }
 
 void Lua::StopWatch() const noexcept {
-  if (!m_watch || !m_watch->tick.Running()) return;
+  if (!WatchingCalls()) return;
   m_watch->tick.Stop();
   m_watch->target.running = nullptr;
   m_watch->target.armed = 0;
