@@ -53,6 +53,12 @@ bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& 
   bool differs = false;
   Sha1 fileSha1;
   Sha1 textSha1;
+  // The bytes matched so far are the text's: one digest state serves both.
+  const auto hashMatchedAndText = [&] {
+    fileSha1.Update(text.data(), matched);
+    textSha1 = fileSha1;
+    textSha1.Update(text.data() + matched, text.size() - matched);
+  };
   const auto compare = [&](const char* data, std::size_t size) {
     if (!differs) {
       if (size <= text.size() - matched && std::memcmp(data, text.data() + matched, size) == 0) {
@@ -60,10 +66,7 @@ bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& 
         return;
       }
       differs = true;
-      // The bytes read so far are the text's: one digest state serves both.
-      fileSha1.Update(text.data(), matched);
-      textSha1 = fileSha1;
-      textSha1.Update(text.data() + matched, text.size() - matched);
+      hashMatchedAndText();
     }
     fileSha1.Update(data, size);
   };
@@ -73,10 +76,7 @@ bool SameContent(Helper::File::FileReader& reader, std::string_view text, bool& 
       same = true;
       return true;
     }
-    // The file ended early.
-    fileSha1.Update(text.data(), matched);
-    textSha1 = fileSha1;
-    textSha1.Update(text.data() + matched, text.size() - matched);
+    hashMatchedAndText();  // the file ended early
   }
   same = fileSha1.Finish() == textSha1.Finish();
   return true;

@@ -75,6 +75,16 @@ Result LuxHelper::CallProtected(Result failure, Run&& run, Take&& take, Head&& h
   return failure;
 }
 
+int LuxHelper::RunGlobal(const char* name, std::initializer_list<std::uint32_t> arguments) {
+  // A metatable on _G runs script code: such a lookup runs inside the protected call.
+  const int extra = PushGlobalFunction(name);
+  // Unsigned arguments as Call() pushes them; 32 bits never reach its clamp.
+  for (const std::uint32_t argument : arguments) {
+    lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
+  }
+  return ProtectedCall(static_cast<int>(arguments.size()) + extra, 1, name);
+}
+
 template <typename Result, typename Read>
 Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_t> arguments,
                             Result failure, Read&& read) {
@@ -83,12 +93,7 @@ Result LuxHelper::CallTable(const char* name, std::initializer_list<std::uint32_
       std::move(failure),
       [this, name, arguments, argumentCount] {
         lux::EnsureStack(m_luaState, argumentCount + 3);
-        // A metatable on _G runs script code: such a lookup runs inside the protected call.
-        const int extra = PushGlobalFunction(name);
-        for (const std::uint32_t argument : arguments) {
-          lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
-        }
-        return ProtectedCall(argumentCount + extra, 1, name);
+        return RunGlobal(name, arguments);
       },
       [this, name, &read] {
         QueryName query(m_query, name);
@@ -112,12 +117,7 @@ bool LuxHelper::CallOneResult(const char* name, std::initializer_list<std::uint3
               "stack overflow (" + std::to_string(argumentCount) + " arguments, 1 results)";
           return LUA_ERRRUN;
         }
-        const int extra = PushGlobalFunction(name);
-        // Unsigned arguments as Call() pushes them; 32 bits never reach its clamp.
-        for (const std::uint32_t argument : arguments) {
-          lua_pushinteger(m_luaState, static_cast<lua_Integer>(argument));
-        }
-        return ProtectedCall(static_cast<int>(argumentCount) + extra, 1, name);
+        return RunGlobal(name, arguments);
       },
       [&read] {
         read();

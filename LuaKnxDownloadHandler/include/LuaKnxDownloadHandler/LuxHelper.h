@@ -93,6 +93,9 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   /// stack, without building an argument and a result list per call.
   template <typename Read>
   bool CallOneResult(const char* name, std::initializer_list<std::uint32_t> arguments, Read&& read);
+  /// Pushes the global function name and the arguments and runs it protected
+  /// for one result; the caller has made room on the stack.
+  int RunGlobal(const char* name, std::initializer_list<std::uint32_t> arguments);
   /// A query with one string result: none when the call failed.
   boost::optional<std::string> StringQuery(const char* name,
                                            std::initializer_list<std::uint32_t> arguments);
