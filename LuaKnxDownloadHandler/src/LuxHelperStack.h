@@ -49,24 +49,9 @@ inline bool KeyAsText(lua_State* state, std::string_view& key) {
   return true;
 }
 
-/// The one walk of a named-field table: for the table at the top, calls
-/// onField(key) with each value at -1 whose key reads as text (converted in
-/// place, see KeyAsText); other keys are skipped. slots: the stack room the
-/// walk and its callback need, key and value included.
-template <typename OnField>
-void ForEachField(lua_State* state, int slots, OnField&& onField) {
-  if (!TableOnTop(state)) return;
-  EnsureStack(state, slots);
-  lua_pushnil(state);
-  while (lua_next(state, -2) != 0) {
-    std::string_view key;
-    if (KeyAsText(state, key)) onField(key);
-    lua_pop(state, 1);
-  }
-}
-
 /// The walk of a list: calls onValue() with each value at -1; its keys are
-/// never read, so any table serves, a Lua sequence included.
+/// never read, so any table serves, a Lua sequence included. slots: the stack
+/// room the walk and its callback need, key and value included.
 template <typename OnValue>
 void ForEachValue(lua_State* state, int slots, OnValue&& onValue) {
   if (!TableOnTop(state)) return;
@@ -76,6 +61,17 @@ void ForEachValue(lua_State* state, int slots, OnValue&& onValue) {
     onValue();
     lua_pop(state, 1);
   }
+}
+
+/// The walk of a named-field table: calls onField(key) with each value at -1
+/// whose key reads as text (converted in place, see KeyAsText); other keys are
+/// skipped.
+template <typename OnField>
+void ForEachField(lua_State* state, int slots, OnField&& onField) {
+  ForEachValue(state, slots, [state, &onField] {
+    std::string_view key;
+    if (KeyAsText(state, key)) onField(key);
+  });
 }
 
 }  // namespace Korvex::luaknxdownloadhandler::lux
