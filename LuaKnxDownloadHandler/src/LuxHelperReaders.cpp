@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Korvex::luaknxdownloadhandler {
 
@@ -37,6 +38,30 @@ std::string Printable(std::string_view text) {
 }
 
 bool HasNul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+
+// Sorts by key unless the keys already rise strictly: the sort would leave such
+// a list as it is. A list with equal keys is still sorted, so that the order the
+// sort gives them does not change.
+template <typename Record, typename Key>
+void SortUnlessRising(std::vector<Record>& records, Key key) {
+  const auto less = [key](const Record& left, const Record& right) {
+    return left.*key < right.*key;
+  };
+  const auto notRising = [key](const Record& left, const Record& right) {
+    return !(left.*key < right.*key);
+  };
+  if (std::adjacent_find(records.begin(), records.end(), notRising) == records.end()) return;
+  std::sort(records.begin(), records.end(), less);
+}
+
+// Room for the list's sequence part, bounded: a sparse table's length says
+// little about its entries, and most of them may not be tables at all.
+constexpr std::size_t kMostReserved = 4096;
+
+std::size_t ListRoom(lua_State* state) {
+  if (!lux::TableOnTop(state)) return 0;
+  return std::min<std::size_t>(lua_rawlen(state, -1), kMostReserved);
+}
 
 void WarnNul(const char* query, const std::string& what, std::string_view text) {
   LOG4CPLUS_WARN(ovslua::Lua::sm_logger, "Script function '"
@@ -146,6 +171,7 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
 std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
   std::vector<LuaParameter> parameters;
   lua_State* state = m_luaState;
+  parameters.reserve(ListRoom(state));
   lux::ForEachValue(state, 2, [&] {
     if (lua_type(state, -1) == LUA_TTABLE) {
       FillLuaParameter(parameters);
@@ -156,9 +182,7 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
       ReportNotes(NoteMark() - 1, "parameter", "");
     }
   });
-  std::sort(
-      parameters.begin(), parameters.end(),
-      [](const LuaParameter& left, const LuaParameter& right) { return left.key < right.key; });
+  SortUnlessRising(parameters, &LuaParameter::key);
   return parameters;
 }
 
@@ -294,9 +318,7 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData(int depth) {
       FillLuxStaticData(staticData, std::string(key), depth + 1);
     }
   });
-  std::sort(
-      staticData.begin(), staticData.end(),
-      [](const LuxStaticData& left, const LuxStaticData& right) { return left.name < right.name; });
+  SortUnlessRising(staticData, &LuxStaticData::name);
   return staticData;
 }
 
