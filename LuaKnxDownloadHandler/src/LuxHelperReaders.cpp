@@ -75,10 +75,11 @@ std::uint32_t Low32(lua_Integer value) {
   return static_cast<std::uint32_t>(static_cast<lua_Unsigned>(value));
 }
 
-// The value at the top as text when it is one (lua_isstring); false for a text
-// with a NUL byte, which is read as a value of the wrong type and warned about.
-bool TextValue(lua_State* state, std::string& text, const char* query, const char* what) {
-  if (lua_isstring(state, -1) == 0) return false;
+// The value at the top, of the given lua_type, as text when it is one (a string
+// or a number, as lua_isstring has it); false for a text with a NUL byte, which
+// is read as a value of the wrong type and warned about.
+bool TextValue(lua_State* state, int type, std::string& text, const char* query, const char* what) {
+  if (type != LUA_TSTRING && type != LUA_TNUMBER) return false;
   std::size_t length = 0;
   const char* data = lua_tolstring(state, -1, &length);
   // XML cannot carry a NUL byte; cutting the text there would change its meaning unseen.
@@ -86,7 +87,7 @@ bool TextValue(lua_State* state, std::string& text, const char* query, const cha
     WarnNul(query, std::string("'") + what + "'", std::string_view(data, length));
     return false;
   }
-  text = std::string(data, length);
+  text.assign(data, length);
   return true;
 }
 
@@ -187,18 +188,20 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
 }
 
 void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
-  LuaParameter parameter;
+  // Made in place: nothing else is added to the list while it is read.
+  LuaParameter& parameter = parameters.emplace_back();
   lua_State* state = m_luaState;
   const std::size_t mark = NoteMark();
   const bool noted = m_diagnostics != nullptr;
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kKey) {
-      if (!TextValue(state, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
+      if (!TextValue(state, type, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
         NoteWrongType("Key", "a string", "the key is empty");
       }
     } else if (key == fields::kType) {
-      if (!TextValue(state, parameter.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+      if (!TextValue(state, type, parameter.type, m_query, "Type") && noted &&
+          type != LUA_TSTRING) {
         NoteWrongType("Type", "a string", "the parameter is not written");
       }
     } else if (key == fields::kProperty) {
@@ -224,7 +227,6 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
     }
   });
   ReportNotes(mark, "parameter", parameter.key);
-  parameters.push_back(std::move(parameter));
 }
 
 LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
@@ -269,24 +271,24 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
       }
       return;
     }
-    LuaParameterShowIfPropertyIds entry;
+    // Made in place: nothing else is added to the list while it is read.
+    LuaParameterShowIfPropertyIds& entry = propertyIds.emplace_back();
     lux::ForEachField(state, 2, [&](std::string_view key) {
+      const int type = lua_type(state, -1);
       if (key == fields::kId) {
-        if (lua_type(state, -1) == LUA_TTABLE) {
+        if (type == LUA_TTABLE) {
           entry.id = FillProperty();
         } else if (noted) {
           NoteWrongType("Id", "a table", "read at interface object 0, property 0");
         }
       } else if (key == fields::kType) {
-        if (!TextValue(state, entry.type, m_query, "Type") && noted &&
-            lua_type(state, -1) != LUA_TSTRING) {
+        if (!TextValue(state, type, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
           NoteWrongType("Type", "a string", "the entry gives no argument");
         }
       } else if (noted) {
         NoteUnknownField(key);
       }
     });
-    propertyIds.push_back(std::move(entry));
   });
 }
 
@@ -345,7 +347,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
         NoteWrongType("EnabledProperty", "a table", "the record is always written");
       }
     } else if (key == fields::kType) {
-      if (!TextValue(state, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
+      if (!TextValue(state, type, entry.type, m_query, "Type") && noted && type != LUA_TSTRING) {
         NoteWrongType("Type", "a string", "the record's type is empty");
       }
     } else if (key == fields::kParameters) {

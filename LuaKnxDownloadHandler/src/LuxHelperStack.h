@@ -42,9 +42,10 @@ inline bool TableOnTop(lua_State* state) {
 /// During a traversal: the key at -2 as text, converted in place (a numeric key
 /// thereby breaks the traversal); false for a key that is neither string nor number.
 inline bool KeyAsText(lua_State* state, std::string_view& key) {
-  if (lua_type(state, -2) == LUA_TNIL || lua_isstring(state, -2) == 0) return false;
+  // One call: lua_tolstring answers null for any other key.
   std::size_t length = 0;
   const char* text = lua_tolstring(state, -2, &length);
+  if (text == nullptr) return false;
   key = std::string_view(text, length);
   return true;
 }
