@@ -21,12 +21,17 @@ void EtsXml::CreateFolders(pugi::xml_node& root) {
     m_text->write(before.data(), before.size());
     foldersStart = m_text->Size();
   }
+  // Written ahead, a folder is built in a document of its own and dropped whole
+  // once printed: its pages are freed at once instead of node by node.
+  pugi::xml_document folderDocument;
   for (unsigned int folderIndex = 0; folderIndex < folderCount; ++folderIndex) {
-    CreateFolder(elements, folderIndex);
-    if (!writeAhead) continue;
-    pugi::xml_node folder = elements.last_child();
-    m_text->Print(folder, 2);
-    elements.remove_child(folder);
+    if (!writeAhead) {
+      CreateFolder(elements, folderIndex);
+      continue;
+    }
+    CreateFolder(folderDocument, folderIndex);
+    m_text->Print(folderDocument.last_child(), 2);
+    folderDocument.reset();
     // When the next folder of average size would not fit: room for the rest at
     // that average, growing at most eightfold in case the first were not typical.
     const std::size_t done = folderIndex + 1;
