@@ -299,9 +299,14 @@ void WriteParameter(pugi::xml_node& parameters, const LuaParameter& parameter,
     case ValueType::Url:
       writeText(source.MemoryString(property, limit, {}));
       break;
-    case ValueType::Name:
-      writeText(source.MemoryString(property, limit, nameDefault(parameter)));
+    case ValueType::Name: {
+      // Read with an empty fallback, which comes back exactly when the default
+      // is due: the default is made only for a name the memory does not hold.
+      std::string name = source.MemoryString(property, limit, {});
+      if (name.empty()) name = nameDefault(parameter);
+      writeText(name);
       break;
+    }
     case ValueType::Generic20:
       writeText(source.PropertyString(property, {}));
       break;
