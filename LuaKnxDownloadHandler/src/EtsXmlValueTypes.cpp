@@ -6,6 +6,7 @@
 #include <LuaKnxDownloadHandler/Rules.h>
 #include <LuaKnxDownloadHandler/ShowIfArgument.h>
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <string_view>
@@ -110,7 +111,9 @@ std::string FixedPointText(float value, std::int32_t digits) {
   // Only the low byte counts: the script's digits are a small count, and a
   // stray large value must not ask for a huge precision.
   const unsigned int precision = static_cast<std::uint8_t>(digits);
-  return fmt::format("{:.{}f}", value, precision);
+  // Compiled: the format is not parsed again for every value, and the text
+  // comes from the same float writer of fmt as with a runtime format.
+  return fmt::format(FMT_COMPILE("{:.{}f}"), value, precision);
 }
 
 namespace {
