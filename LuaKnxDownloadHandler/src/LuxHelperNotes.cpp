@@ -68,7 +68,8 @@ void LuxHelper::NoteUnknownField(std::string_view field) const {
 }
 
 void LuxHelper::NoteMissing(const char* field, const char* consequence) const {
-  if (lua_checkstack(m_luaState, 1) == 0) return;
+  // A value that is no table is read as an empty one, and noted as what it is.
+  if (!lux::TableOnTop(m_luaState) || lua_checkstack(m_luaState, 1) == 0) return;
   lua_pushstring(m_luaState, field);
   if (lua_rawget(m_luaState, -2) == LUA_TNIL) {
     m_notes.push_back(
@@ -116,8 +117,8 @@ void LuxHelper::TellNumericKey(const char* table, const char* subject, std::stri
     lua_pop(state, 1);
     if (lua_type(state, -1) != LUA_TNUMBER) continue;
     lua_pushvalue(state, -1);
-    const std::string detail = std::string("[") + lua_tostring(state, -1) + "] in " + table +
-                               ": the read stops with an error";
+    const std::string detail =
+        std::string("[") + lua_tostring(state, -1) + "] in " + table + ": the download aborts";
     lua_pop(state, 2);
     std::string name(key);
     // A parameter table is named by its Key, which the walk never gets to read.

@@ -106,7 +106,7 @@ PropertyInfo LuxHelper::FillProperty() const {
           NoteLowBits("PropertyId", lua_tointeger(state, -1), info.PropertyId, "8");
         }
       } else if (m_diagnostics != nullptr) {
-        NoteWrongType("PropertyId", "an integer", "read as 0");
+        NoteWrongType("PropertyId", "an integer", "property 0 is read");
       }
     } else if (key == fields::kInterfaceObjectId) {
       if (integer) {
@@ -115,7 +115,7 @@ PropertyInfo LuxHelper::FillProperty() const {
           NoteLowBits("InterfaceObjectId", lua_tointeger(state, -1), info.InterfaceObjectId, "32");
         }
       } else if (m_diagnostics != nullptr) {
-        NoteWrongType("InterfaceObjectId", "an integer", "read as 0");
+        NoteWrongType("InterfaceObjectId", "an integer", "interface object 0 is read");
       }
     } else if (m_diagnostics != nullptr) {
       NoteUnknownField(key);
@@ -359,6 +359,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
     if (parentPathSize != 0) m_recordPath += '/';
     m_recordPath += entry.name;
     EnterRecord();
+    TellNumericKey("a static-data entry", "record", entry.name);
   }
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);

@@ -65,18 +65,6 @@ int PrintToStandardError(lua_State* state) {
   return 0;
 }
 
-// Numbers (integers first) in ascending order, then strings byte-wise: lua_next's
-// order of a hash part changes from run to run, the findings must not.
-bool KeyBefore(const Key& a, const Key& b) {
-  const auto rank = [](const Key& key) {
-    if (key.type == LUA_TNUMBER) return key.isInteger ? 0 : 1;
-    return key.type == LUA_TSTRING ? 2 : 3;
-  };
-  if (rank(a) != rank(b)) return rank(a) < rank(b);
-  if (a.type == LUA_TNUMBER) return a.isInteger ? a.integer < b.integer : a.number < b.number;
-  return a.text < b.text;
-}
-
 // One token of the script's text that matters for finding library uses.
 struct Token {
   enum Kind { Name, Dot, Colon, Other } kind = Other;
@@ -229,7 +217,7 @@ bool Checker::Start() {
   // The top level runs under the same limits as every later call.
   m_budget.callExpired = false;
   lua_sethook(m_state, &StopLongCall, LUA_MASKCOUNT, kInstructionLimit);
-  const bool loaded = m_lua.Load(m_input.scriptPath);
+  const bool loaded = m_lua.LoadInitialized(m_input.scriptPath);
   lua_sethook(m_state, nullptr, 0, 0);
   if (loaded) return true;
 
@@ -318,19 +306,6 @@ std::string Checker::Describe(int index) const {
   }
 }
 
-// "PropertyId 5.0 is a float" or "PropertyId is a string ('5')".
-std::string Checker::NotInteger(const std::string& field, int index) const {
-  if (lua_type(m_state, index) == LUA_TNUMBER) {
-    return field + " " + TextOf(index) + " is a float";
-  }
-  return field + " is " + Describe(index);
-}
-
-bool Checker::IsText(int index) const {
-  const int type = lua_type(m_state, index);
-  return type == LUA_TSTRING || type == LUA_TNUMBER;
-}
-
 Place Checker::DefinitionOf(int index) const {
   EnsureStack(1);
   lua_pushvalue(m_state, index);
@@ -391,48 +366,6 @@ CallResult Checker::CallGlobal(const char* name, const std::vector<std::int64_t>
     lua_pushinteger(m_state, static_cast<lua_Integer>(argument));
   }
   return ProtectedCall(static_cast<int>(arguments.size()), results);
-}
-
-std::vector<Key> Checker::Keys(int table) const {
-  table = lua_absindex(m_state, table);
-  EnsureStack(3);
-  std::vector<Key> keys;
-  lua_pushnil(m_state);
-  while (lua_next(m_state, table) != 0) {
-    Key key;
-    key.type = lua_type(m_state, -2);
-    if (key.type == LUA_TSTRING) {
-      std::size_t length = 0;
-      const char* text = lua_tolstring(m_state, -2, &length);
-      key.text.assign(text, length);
-    } else if (key.type == LUA_TNUMBER) {
-      key.isInteger = lua_isinteger(m_state, -2) != 0;
-      key.integer = key.isInteger ? lua_tointeger(m_state, -2) : 0;
-      key.number = lua_tonumber(m_state, -2);
-      key.text = TextOf(-2);
-    } else {
-      key.text = lua_typename(m_state, key.type);
-    }
-    keys.push_back(std::move(key));
-    lua_pop(m_state, 1);
-  }
-  std::sort(keys.begin(), keys.end(), KeyBefore);
-  return keys;
-}
-
-// Pushes table[key] (raw) for a string or number key.
-void Checker::PushField(int table, const Key& key) const {
-  table = lua_absindex(m_state, table);
-  EnsureStack(2);
-  if (key.type == LUA_TSTRING) {
-    lua_pushlstring(m_state, key.text.data(), key.text.size());
-    lua_rawget(m_state, table);
-  } else if (key.isInteger) {
-    lua_rawgeti(m_state, table, key.integer);
-  } else {
-    lua_pushnumber(m_state, key.number);
-    lua_rawget(m_state, table);
-  }
 }
 
 }  // namespace lkdh::host::detail

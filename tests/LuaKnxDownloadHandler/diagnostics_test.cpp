@@ -220,6 +220,8 @@ TEST_F(ReaderDiagnostics, UnknownFieldsAreNamedUnderTheParameterKeyWhereverTheyS
   auto lines = TraceLines(capture);
   std::sort(lines.begin(), lines.end());
   EXPECT_EQ(lines, (std::vector<std::string>{
+                       "folder 0/function 0 (functionId 1), parameter 'Setpoint': missing field: "
+                       "no 'PropertyId': property 0 is read",
                        "folder 0/function 0 (functionId 1), parameter 'Setpoint': unknown field: "
                        "'Digit' is not read",
                        "folder 0/function 0 (functionId 1), parameter 'Setpoint': unknown field: "
@@ -240,12 +242,13 @@ TEST_F(ReaderDiagnostics, ValuesOfTheWrongTypeAreNamedWithWhatIsReadInstead) {
   EXPECT_EQ(lines, (std::vector<std::string>{
                        slot + "'': value of the wrong type: a list entry is a string, not a "
                               "parameter table: skipped",
-                       slot + "'A': value of the wrong type: 'Property' is a number, not a table: "
-                              "read at interface object 0, property 0",
-                       slot + "'B': value of the wrong type: 'Digits' is a string, not an "
+                       slot + "'A': value of the wrong type: 'Property' is an integer (5), not a "
+                              "table: read at interface object 0, property 0",
+                       slot + "'B': missing field: no 'PropertyId': property 0 is read",
+                       slot + "'B': value of the wrong type: 'Digits' is a string ('2'), not an "
                               "integer: no decimals",
-                       slot + "'C': value of the wrong type: 'ShowIf' is a boolean, not a table: "
-                              "the parameter is always shown",
+                       slot + "'C': value of the wrong type: 'ShowIf' is a boolean (true), not a "
+                              "table: the parameter is always shown",
                        slot + "'C': value of the wrong type: 'Type' is a table, not a string: the "
                               "parameter is not written"}));
 }
@@ -262,6 +265,8 @@ TEST_F(ReaderDiagnostics, StaticDataReportsUnderTheRecordsPath) {
   std::sort(lines.begin(), lines.end());
   EXPECT_EQ(lines,
             (std::vector<std::string>{
+                "static data 'Timers/Morning', parameter 'Start': missing field: no 'Property': "
+                "read at interface object 0, property 0",
                 "static data 'Timers/Morning', parameter 'Start': unknown field: 'Propery' is not "
                 "read",
                 "static data 'Timers/Morning', record 'Morning': unknown field: 'Enabled' is not "
@@ -280,7 +285,8 @@ TEST_F(ReaderDiagnostics, SettingsReportUnderTheSettingName) {
   std::sort(lines.begin(), lines.end());
   EXPECT_EQ(lines, (std::vector<std::string>{
                        "folder 0/function 0 (functionId 1), setting 'MaxNameCharCount': value of "
-                       "the wrong type: 'PropertyId' is a string, not an integer: read as 0",
+                       "the wrong type: 'PropertyId' is a string ('12'), not an integer: "
+                       "property 0 is read",
                        "folder 0/function 0 (functionId 1), setting 'UseTVK': value of the wrong "
                        "type: a boolean, not a property table: the setting is not read"}));
 }
