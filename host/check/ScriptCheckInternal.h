@@ -24,17 +24,8 @@
 
 namespace lkdh::host::detail {
 
-using Korvex::luaknxdownloadhandler::script::kChannelUrn;
-using Korvex::luaknxdownloadhandler::script::kChannelUrnBySelector;
-using Korvex::luaknxdownloadhandler::script::kFunctionUrn;
-using Korvex::luaknxdownloadhandler::script::kFunctionUrnBySelector;
-using Korvex::luaknxdownloadhandler::script::kGetParameters;
-using Korvex::luaknxdownloadhandler::script::kGetPropertyIds;
-using Korvex::luaknxdownloadhandler::script::kGetPropertyIndexForUrns;
-using Korvex::luaknxdownloadhandler::script::kGetStaticData;
-using Korvex::luaknxdownloadhandler::script::kHandleDcsType;
-using Korvex::luaknxdownloadhandler::script::kIsThereUrns;
-using Korvex::luaknxdownloadhandler::script::kTemplateIndex;
+// The global functions by their names (kGetParameters, ...).
+using namespace Korvex::luaknxdownloadhandler::script;
 
 // What the plug-in makes of one failed call of the global function.
 std::string WhenItFails(const std::string& name);
@@ -70,12 +61,8 @@ struct SkipReport {
   std::string field;
 };
 
-// Shared with the allocator and the count hook through the state's extra space.
+// Shared with the count hook through the state's extra space.
 struct Budget {
-  lua_Alloc allocate = nullptr;
-  void* allocateData = nullptr;
-  std::size_t used = 0;
-  bool memoryExceeded = false;
   bool callExpired = false;
 };
 
@@ -213,7 +200,7 @@ class Checker {
   ovslua::Lua::Args ShowIfArguments(const LuaParameter& parameter,
                                     const ArgumentSource& source) const;
 
-  // Declared before the interpreter, whose allocator uses it until it is closed.
+  // Declared before the interpreter, whose count hook uses it until it is closed.
   Budget m_budget;
   Interpreter m_lua;
   lua_State* m_state = nullptr;

@@ -20,23 +20,6 @@ namespace {
 
 Budget* BudgetOf(lua_State* state) { return *static_cast<Budget**>(lua_getextraspace(state)); }
 
-void* LimitedAllocate(void* data, void* block, std::size_t oldSize, std::size_t newSize) {
-  auto* budget = static_cast<Budget*>(data);
-  // Without a block, oldSize tells the kind of object, not a size.
-  const std::size_t held = block != nullptr ? oldSize : 0;
-  const std::size_t room = kScriptMemoryLimit - std::min(budget->used, kScriptMemoryLimit);
-  if (newSize > held && newSize - held > room) {
-    budget->memoryExceeded = true;
-    return nullptr;
-  }
-  void* result = budget->allocate(budget->allocateData, block, oldSize, newSize);
-  if (result != nullptr || newSize == 0) {
-    // Blocks from before the budget was installed are not counted; never below 0.
-    budget->used = budget->used - std::min(held, budget->used) + newSize;
-  }
-  return result;
-}
-
 // Stops a call that has run too long. Every instruction after this fails too,
 // so a script that catches the error cannot run on.
 void StopLongCall(lua_State* state, lua_Debug* debug) {
@@ -203,13 +186,14 @@ void Checker::CheckEnvironment() {
 }
 
 bool Checker::Start() {
+  // The memory budget is the wrapper's own; the instruction budget is counted
+  // here, so that a finding can name the line where the call was stopped.
+  m_lua.SetLimits(0, kScriptMemoryLimit);
   if (!m_lua.Initialize() || m_lua.State() == nullptr) {
     throw std::runtime_error("cannot create the Lua interpreter");
   }
   m_state = m_lua.State();
   *static_cast<Budget**>(lua_getextraspace(m_state)) = &m_budget;
-  m_budget.allocate = lua_getallocf(m_state, &m_budget.allocateData);
-  lua_setallocf(m_state, &LimitedAllocate, &m_budget);
 
   lua_pushcfunction(m_state, &PrintToStandardError);
   lua_setglobal(m_state, "print");
@@ -222,9 +206,9 @@ bool Checker::Start() {
   if (loaded) return true;
 
   CallResult failure;
-  failure.status = m_budget.callExpired      ? CallResult::Status::TooLong
-                   : m_budget.memoryExceeded ? CallResult::Status::NoMemory
-                                             : CallResult::Status::Error;
+  failure.status = m_budget.callExpired                          ? CallResult::Status::TooLong
+                   : m_lua.ErrorMessage() == "not enough memory" ? CallResult::Status::NoMemory
+                                                                 : CallResult::Status::Error;
   SplitPlace(m_lua.ErrorMessage(), failure);
   Context context;
   context.place = failure.place.file.empty() ? Place{m_input.scriptPath, 0} : failure.place;
@@ -333,7 +317,6 @@ int Checker::PushGlobal(const char* name) const {
 // Leaves the results on the stack on success, nothing otherwise.
 CallResult Checker::ProtectedCall(int arguments, int results) {
   m_budget.callExpired = false;
-  m_budget.memoryExceeded = false;
   lua_sethook(m_state, &StopLongCall, LUA_MASKCOUNT, kInstructionLimit);
   const int status = lua_pcall(m_state, arguments, results, 0);
   lua_sethook(m_state, nullptr, 0, 0);
@@ -349,7 +332,7 @@ CallResult Checker::ProtectedCall(int arguments, int results) {
   lua_pop(m_state, 1);
   if (m_budget.callExpired) {
     result.status = CallResult::Status::TooLong;
-  } else if (status == LUA_ERRMEM || m_budget.memoryExceeded) {
+  } else if (status == LUA_ERRMEM) {
     result.status = CallResult::Status::NoMemory;
   } else {
     result.status = CallResult::Status::Error;
