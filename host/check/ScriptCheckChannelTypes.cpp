@@ -108,17 +108,7 @@ bool Checker::CheckChannelType(std::int64_t type) {
 bool Checker::CheckParameters(std::int64_t type) {
   if (!Present(kGetParameters)) return false;
   const Context context = ContextFor(kGetParameters, {type});
-  const CallResult result = CallGlobal(kGetParameters, {type});
-  if (!result.Ok()) {
-    ReportFailure(context, result, "", WhenItFails(kGetParameters));
-    return false;
-  }
-  if (lua_type(m_state, -1) != LUA_TTABLE) {
-    Report(Severity::Warning, context,
-           "returns " + Describe(-1) + ", not a table: read as no parameters");
-    lua_pop(m_state, 1);
-    return false;
-  }
+  if (!CallForTable(context, Severity::Warning, "read as no parameters")) return false;
   lua_pushnil(m_state);
   const bool any = lua_next(m_state, -2) != 0;
   if (any) lua_pop(m_state, 2);

@@ -141,6 +141,9 @@ class Checker {
 
   // --- The plug-in's readers (ScriptCheckTables.cpp) ------------------------------
 
+  // Calls the global function of the context; true with the table it returned on
+  // top, else the failure or what it returned instead is reported.
+  bool CallForTable(const Context& context, Severity severity, const std::string& readAs);
   // Runs read() on the table at the top with a sink; false when the read failed,
   // which the reports or a finding of its own say.
   template <typename Read>

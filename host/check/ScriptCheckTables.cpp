@@ -86,8 +86,8 @@ Severity SeverityOf(const SkipReport& report, const std::string& last) {
   }
 }
 
-// A static-data path as findings show it: deep ones keep their two ends.
-std::string ShownPath(const std::string& path) {
+// The record names of a static-data path ("Timers/Morning").
+std::vector<std::string> PathParts(const std::string& path) {
   std::vector<std::string> parts;
   for (std::size_t start = 0;;) {
     const std::size_t slash = path.find('/', start);
@@ -95,6 +95,12 @@ std::string ShownPath(const std::string& path) {
     if (slash == std::string::npos) break;
     start = slash + 1;
   }
+  return parts;
+}
+
+// A static-data path as findings show it: deep ones keep their two ends.
+std::string ShownPath(const std::string& path) {
+  const std::vector<std::string> parts = PathParts(path);
   if (parts.size() <= 6) return path;
   return parts[0] + "/" + parts[1] + "/.../" + parts[parts.size() - 2] + "/" + parts.back();
 }
@@ -103,13 +109,7 @@ std::string ShownPath(const std::string& path) {
 // to the first repeat of the names that then repeat to its end; empty when
 // they do not.
 std::string CyclicRecord(const std::string& path) {
-  std::vector<std::string> parts;
-  for (std::size_t start = 0;;) {
-    const std::size_t slash = path.find('/', start);
-    parts.push_back(path.substr(start, slash == std::string::npos ? slash : slash - start));
-    if (slash == std::string::npos) break;
-    start = slash + 1;
-  }
+  const std::vector<std::string> parts = PathParts(path);
   const std::size_t count = parts.size();
   for (std::size_t period = 1; period <= 16 && 3 * period <= count; ++period) {
     std::size_t start = count - period;
@@ -288,20 +288,22 @@ PropertyAddress Checker::Setting(const std::string& name) const {
   return found != m_settings.end() ? found->second : PropertyAddress{};
 }
 
+bool Checker::CallForTable(const Context& context, Severity severity, const std::string& readAs) {
+  const CallResult result = CallGlobal(context.call.c_str(), context.arguments);
+  if (!result.Ok()) {
+    ReportFailure(context, result, "", WhenItFails(context.call));
+    return false;
+  }
+  if (lua_type(m_state, -1) == LUA_TTABLE) return true;
+  Report(severity, context, "returns " + Describe(-1) + ", not a table: " + readAs);
+  lua_pop(m_state, 1);
+  return false;
+}
+
 void Checker::CheckPropertyIds() {
   if (!Present(kGetPropertyIds)) return;
   const Context context = ContextFor(kGetPropertyIds, {});
-  const CallResult result = CallGlobal(kGetPropertyIds, {});
-  if (!result.Ok()) {
-    ReportFailure(context, result, "", WhenItFails(kGetPropertyIds));
-    return;
-  }
-  if (lua_type(m_state, -1) != LUA_TTABLE) {
-    Report(Severity::Error, context,
-           "returns " + Describe(-1) + ", not a table: " + WhenItFails(kGetPropertyIds));
-    lua_pop(m_state, 1);
-    return;
-  }
+  if (!CallForTable(context, Severity::Error, WhenItFails(kGetPropertyIds))) return;
   std::vector<SkipReport> reports;
   std::map<std::string, PropertyInfo> settings;
   ReadTable(context, reports, [&] { settings = m_lua.InGetPropertyIds(); });
@@ -509,17 +511,7 @@ PropertyAddress Checker::CheckSelector(const Context& context, std::uint32_t typ
 void Checker::CheckStaticData() {
   if (!Present(kGetStaticData)) return;
   const Context context = ContextFor(kGetStaticData, {});
-  const CallResult result = CallGlobal(kGetStaticData, {});
-  if (!result.Ok()) {
-    ReportFailure(context, result, "", WhenItFails(kGetStaticData));
-    return;
-  }
-  if (lua_type(m_state, -1) != LUA_TTABLE) {
-    Report(Severity::Warning, context,
-           "returns " + Describe(-1) + ", not a table: read as no static data");
-    lua_pop(m_state, 1);
-    return;
-  }
+  if (!CallForTable(context, Severity::Warning, "read as no static data")) return;
   std::vector<SkipReport> reports;
   std::vector<LuxStaticData> records;
   const bool read = ReadTable(context, reports, [&] { records = m_lua.InGetStaticData(); });
