@@ -322,6 +322,7 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData(int depth) {
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state)) return staticData;
   if (m_diagnostics != nullptr) {
+    EnterRecord();
     TellNumericKey(depth == 0 ? "the static-data table" : "a SubData table", "record",
                    m_recordPath);
   }

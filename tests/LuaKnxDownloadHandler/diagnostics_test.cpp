@@ -291,6 +291,75 @@ TEST_F(ReaderDiagnostics, SettingsReportUnderTheSettingName) {
                        "type: a boolean, not a property table: the setting is not read"}));
 }
 
+TEST_F(ReaderDiagnostics, MissingFieldsAreNamedWithWhatIsReadInstead) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Type = "UInt8", Property = { InterfaceObjectId = 1 } },
+             { Key = "NoType" },
+             { Key = "Shown", Type = "Bool", Property = { PropertyId = 5 },
+               ShowIf = { Function = function() return true end,
+                          PropertyIds = { { Id = { PropertyId = 5 } }, { Type = "Bool" } } } } }
+  end)");
+  bridge.GetParametersFromChannelTypeId(3);
+  auto lines = TraceLines(capture);
+  std::sort(lines.begin(), lines.end());
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       slot + "'': missing field: no 'Key': its key is empty",
+                       slot + "'': missing field: no 'PropertyId': property 0 is read",
+                       slot + "'NoType': missing field: no 'Type': the parameter is not written",
+                       slot + "'Shown': missing field: no 'Id': read at interface object 0, "
+                              "property 0",
+                       slot + "'Shown': missing field: no 'Type': the entry gives no argument"}));
+}
+
+TEST_F(ReaderDiagnostics, NumericKeyIsToldBeforeTheReadFails) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "State", Type = "Bool", "on" } }
+  end
+  function GetStaticData() return { { Type = "weather" } } end)");
+  // The walk fails as in any download; the note is told before it does.
+  EXPECT_THROW(bridge.GetParametersFromChannelTypeId(3), ovslua::LuaPanicError);
+  EXPECT_THROW(bridge.GetStaticData(), ovslua::LuaPanicError);
+  EXPECT_EQ(TraceLines(capture),
+            (std::vector<std::string>{
+                "folder 0/function 0 (functionId 1), parameter 'State': numeric key: [1] in a "
+                "parameter table: the download aborts",
+                "static data, record '': numeric key: [1] in the static-data table: the download "
+                "aborts"}));
+}
+
+TEST_F(ReaderDiagnostics, NumbersReadFromTheirLowBitsAreNamed) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "Wide", Type = "Float16", Digits = 258,
+               Property = { InterfaceObjectId = 4294967297, PropertyId = 300 } } }
+  end)");
+  bridge.GetParametersFromChannelTypeId(3);
+  auto lines = TraceLines(capture);
+  std::sort(lines.begin(), lines.end());
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter 'Wide': ";
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       slot + "number out of range: 'Digits' 258 is read as 2 (only its low 8 "
+                              "bits count)",
+                       slot + "number out of range: 'InterfaceObjectId' 4294967297 is read as 1 "
+                              "(only its low 32 bits count)",
+                       slot + "number out of range: 'PropertyId' 300 is read as 44 (only its low "
+                              "8 bits count)"}));
+}
+
+TEST_F(ReaderDiagnostics, ParametersUnderOneKeyAreNamedOnce) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    local p = { InterfaceObjectId = 1, PropertyId = 5 }
+    return { { Key = "State", Type = "Bool", Property = p },
+             { Key = "State", Type = "UInt8", Property = p },
+             { Key = "Other", Type = "UInt8", Property = p } }
+  end)");
+  EXPECT_EQ(bridge.GetParametersFromChannelTypeId(3).size(), 3U);
+  EXPECT_EQ(TraceLines(capture),
+            (std::vector<std::string>{
+                "folder 0/function 0 (functionId 1), parameter 'State': key given twice: 2 "
+                "parameters have this key: the document lists them in no defined order"}));
+}
+
 TEST_F(ReaderDiagnostics, ShowIfThatFailsIsToldFromOneThatAnswersFalse) {
   Load(R"(local function prop(o, p) return { InterfaceObjectId = o, PropertyId = p } end
   function GetPropertyIds()

@@ -231,6 +231,13 @@ INSTANTIATE_TEST_SUITE_P(
                   "warning: GetParametersFromChannelTypeId(1), parameter 'Power': unknown field "
                   "'Digit' is ignored (did you mean 'Digits'?)"},
                  0},
+        FlawCase{"MisspeltFieldIsOneFinding",
+                 "check_misspelt_property_id.lua",
+                 {},
+                 {At("check_misspelt_property_id.lua", 6) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
+                  "unknown field 'PropertyID' is ignored (did you mean 'PropertyId'?)"},
+                 0},
         FlawCase{"DuplicateKey",
                  "check_duplicate_key.lua",
                  {},
