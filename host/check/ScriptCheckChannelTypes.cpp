@@ -120,9 +120,8 @@ bool Checker::CheckParameters(std::int64_t type) {
     sources.push_back({false, std::nullopt});
   }
   auto& types = m_knowledge.functionParameterTypes[static_cast<std::uint32_t>(type)];
-  for (const LuaParameter& parameter : CheckParameterList(context)) {
+  for (const LuaParameter& parameter : CheckParameterList(context, sources)) {
     types.emplace(parameter.key, parameter.type);
-    CheckShowIf(parameter, ParameterContext(context, parameter), sources);
   }
   return any;
 }

@@ -148,7 +148,13 @@ class Checker {
   // which the reports or a finding of its own say.
   template <typename Read>
   bool ReadTable(const Context& context, std::vector<SkipReport>& reports, Read&& read);
-  void ReportSkips(const Context& context, const std::vector<SkipReport>& reports);
+  // showIfPlaces: the definition of each ShowIf function by record path and key.
+  void ReportSkips(const Context& context, const std::vector<SkipReport>& reports,
+                   const std::map<std::string, Place>& showIfPlaces = {});
+  void AddShowIfPlaces(const std::vector<LuaParameter>& parameters, const std::string& path,
+                       std::map<std::string, Place>& places) const;
+  void AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records, const std::string& parent,
+                             std::map<std::string, Place>& places) const;
   void CheckAddress(PropertyAddress address, const Context& context, const std::string& what,
                     const std::string& consequence);
   PropertyAddress Address(const PropertyInfo& info) const {
@@ -188,13 +194,15 @@ class Checker {
 
   // --- Parameters, ShowIf and static data (ScriptCheckTables.cpp) -----------------
 
-  std::vector<LuaParameter> CheckParameterList(const Context& context);
+  std::vector<LuaParameter> CheckParameterList(const Context& context,
+                                               const std::vector<ArgumentSource>& sources);
   Context ParameterContext(const Context& context, const LuaParameter& parameter);
   void CheckParameter(const LuaParameter& parameter, const Context& at,
                       const std::vector<SkipReport>& reports);
   std::string UnknownValueType(const std::string& type) const;
   void CheckShowIf(const LuaParameter& parameter, const Context& context,
-                   const std::vector<ArgumentSource>& sources);
+                   const std::vector<ArgumentSource>& sources,
+                   const std::vector<SkipReport>& reports);
   int KeyLine(const std::string& file, const std::string& key);
   PropertyAddress CheckSelector(const Context& context, std::uint32_t type);
   void CheckStaticData();

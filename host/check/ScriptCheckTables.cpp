@@ -171,18 +171,36 @@ struct DumpShowIfSource {
   }
 };
 
-// A field that is missing because it is misspelt: the unknown field says it.
-bool MisspeltField(const SkipReport& missing, const std::vector<SkipReport>& reports) {
-  if (missing.reason != SkipReason::MissingField) return false;
-  const std::size_t dot = missing.field.rfind('.');
-  const std::string parent = dot == std::string::npos ? "" : missing.field.substr(0, dot + 1);
-  const std::string name = missing.field.substr(parent.size());
-  return std::any_of(reports.begin(), reports.end(), [&](const SkipReport& other) {
-    return other.reason == SkipReason::UnknownField && other.slot == missing.slot &&
-           other.key == missing.key && other.field.rfind(parent, 0) == 0 &&
-           other.field.find('.', parent.size()) == std::string::npos &&
-           ClosestName(other.field.substr(parent.size()), {name}) == name;
+// ", parameter 'State'", or for a parameter without key ", a parameter without Key".
+std::string ParameterWhere(const std::string& key) {
+  return key.empty() ? ", a parameter without Key" : ", parameter '" + key + "'";
+}
+
+// Whether the readers noted that field of the parameter.
+bool Noted(const std::vector<SkipReport>& reports, const std::string& key, std::string_view field) {
+  return std::any_of(reports.begin(), reports.end(), [&](const SkipReport& report) {
+    return report.subject == "parameter" && report.key == key && report.field == field;
   });
+}
+
+// For a missing field, the unknown field of the same table that misspells it;
+// for an unknown field, the missing field it misspells: one mistake, told once.
+const SkipReport* Misspelling(const SkipReport& report, const std::vector<SkipReport>& reports) {
+  const bool missing = report.reason == SkipReason::MissingField;
+  if (!missing && report.reason != SkipReason::UnknownField) return nullptr;
+  const std::size_t dot = report.field.rfind('.');
+  const std::string parent = dot == std::string::npos ? "" : report.field.substr(0, dot + 1);
+  for (const SkipReport& other : reports) {
+    if (other.reason != (missing ? SkipReason::UnknownField : SkipReason::MissingField) ||
+        other.slot != report.slot || other.key != report.key || other.field.rfind(parent, 0) != 0 ||
+        other.field.find('.', parent.size()) != std::string::npos) {
+      continue;
+    }
+    const std::string name = (missing ? report : other).field.substr(parent.size());
+    const std::string unknown = (missing ? other : report).field.substr(parent.size());
+    if (ClosestName(unknown, {name}) == name) return &other;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -223,9 +241,11 @@ bool Checker::ReadTable(const Context& context, std::vector<SkipReport>& reports
   return false;
 }
 
-void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>& reports) {
+void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>& reports,
+                          const std::map<std::string, Place>& showIfPlaces) {
   for (const SkipReport& report : reports) {
-    if (MisspeltField(report, reports)) continue;
+    const SkipReport* misspelling = Misspelling(report, reports);
+    if (misspelling != nullptr && report.reason == SkipReason::MissingField) continue;
     const std::size_t dot = report.field.rfind('.');
     const std::string parent =
         dot == std::string::npos ? std::string() : report.field.substr(0, dot);
@@ -235,8 +255,13 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
     const std::string path = SlotPath(report.slot);
     if (report.subject == "parameter") {
       if (!path.empty()) at = at.With(", entry '" + ShownPath(path) + "'");
-      at = at.With(", parameter '" + report.key + "'");
+      at = at.With(ParameterWhere(report.key));
       if (const int line = KeyLine(at.place.file, report.key); line != 0) at.place.line = line;
+      // Findings about a ShowIf rule point at its function, as the check's own do.
+      const auto place = showIfPlaces.find(path + "\x1f" + report.key);
+      if (report.field.rfind("ShowIf", 0) == 0 && place != showIfPlaces.end()) {
+        at = at.At(place->second);
+      }
     } else if (report.subject == "record") {
       const std::string record = path.empty() ? report.key : path;
       if (!record.empty()) at = at.With(", entry '" + ShownPath(record) + "'");
@@ -251,6 +276,10 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
       const std::string suggestion = ClosestName(field, KnownFields(report, parent));
       message += "unknown field '" + field + "' is ignored" +
                  (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)");
+      if (misspelling != nullptr) {
+        // The consequence of the field it misspells: "no 'Type': the entry gives no argument".
+        message += misspelling->detail.substr(misspelling->detail.find("': ") + 1);
+      }
     } else if (report.subject == "setting" && report.field.empty() &&
                report.reason == SkipReason::WrongValueType) {
       message += "setting '" + report.key + "': " + report.detail +
@@ -258,7 +287,9 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
     } else {
       message += report.detail;
     }
-    Report(SeverityOf(report, last), at, message);
+    Report(misspelling != nullptr ? SeverityOf(*misspelling, misspelling->field.substr(dot + 1))
+                                  : SeverityOf(report, last),
+           at, message);
   }
 }
 
@@ -376,22 +407,28 @@ void Checker::CheckDcsType() {
 
 // --- Parameters and ShowIf -------------------------------------------------------------
 
-// The list at the top, read as the plug-in reads it; popped.
-std::vector<LuaParameter> Checker::CheckParameterList(const Context& context) {
+// The list at the top, read as the plug-in reads it; popped. Each ShowIf
+// function is called with the arguments of each source.
+std::vector<LuaParameter> Checker::CheckParameterList(const Context& context,
+                                                      const std::vector<ArgumentSource>& sources) {
   std::vector<SkipReport> reports;
   std::vector<LuaParameter> parameters;
   const int top = lua_gettop(m_state) - 1;
   ReadTable(context, reports, [&] { parameters = m_lua.GetLuaParameters(); });
   lua_settop(m_state, std::max(top, 0));
-  ReportSkips(context, reports);
+  std::map<std::string, Place> showIfPlaces;
+  AddShowIfPlaces(parameters, "", showIfPlaces);
+  ReportSkips(context, reports, showIfPlaces);
   for (const LuaParameter& parameter : parameters) {
-    CheckParameter(parameter, ParameterContext(context, parameter), reports);
+    const Context at = ParameterContext(context, parameter);
+    CheckParameter(parameter, at, reports);
+    CheckShowIf(parameter, at, sources, reports);
   }
   return parameters;
 }
 
 Context Checker::ParameterContext(const Context& context, const LuaParameter& parameter) {
-  Context at = context.With(", parameter '" + parameter.key + "'");
+  Context at = context.With(ParameterWhere(parameter.key));
   if (const int line = KeyLine(at.place.file, parameter.key); line != 0) at.place.line = line;
   return at;
 }
@@ -401,10 +438,8 @@ Context Checker::ParameterContext(const Context& context, const LuaParameter& pa
 void Checker::CheckParameter(const LuaParameter& parameter, const Context& at,
                              const std::vector<SkipReport>& reports) {
   // A missing or wrong-typed Type is a note of the readers already.
-  const bool noted = std::any_of(reports.begin(), reports.end(), [&](const SkipReport& report) {
-    return report.key == parameter.key && report.field == fields::kType;
-  });
-  if (!noted && lkdh::FindValueType(parameter.type) == nullptr) {
+  if (!Noted(reports, parameter.key, fields::kType) &&
+      lkdh::FindValueType(parameter.type) == nullptr) {
     Report(Severity::Error, at,
            UnknownValueType(parameter.type) + ": the parameter is silently left out");
   }
@@ -434,7 +469,8 @@ ovslua::Lua::Args Checker::ShowIfArguments(const LuaParameter& parameter,
 
 // The rule as the plug-in read it, and a call of its function for each source.
 void Checker::CheckShowIf(const LuaParameter& parameter, const Context& parameterContext,
-                          const std::vector<ArgumentSource>& sources) {
+                          const std::vector<ArgumentSource>& sources,
+                          const std::vector<SkipReport>& reports) {
   const auto& rule = parameter.showIf;
   Context context = parameterContext;
   if (rule.functionRef != 0) {
@@ -442,8 +478,9 @@ void Checker::CheckShowIf(const LuaParameter& parameter, const Context& paramete
     context = context.At(DefinitionOf(-1));
     lua_pop(m_state, 1);
   }
+  // A Function or PropertyIds of the wrong type is a note of the readers already.
   if (rule.functionRef == 0) {
-    if (!rule.propertyIds.empty()) {
+    if (!rule.propertyIds.empty() && !Noted(reports, parameter.key, "ShowIf.Function")) {
       Report(Severity::Error, context,
              "ShowIf has PropertyIds but no Function: the plug-in calls an invalid reference and "
              "always hides the parameter");
@@ -451,6 +488,7 @@ void Checker::CheckShowIf(const LuaParameter& parameter, const Context& paramete
     return;
   }
   if (rule.propertyIds.empty()) {
+    if (Noted(reports, parameter.key, "ShowIf.PropertyIds")) return;
     Report(Severity::Warning, context,
            "ShowIf has a Function but no PropertyIds: the function is never called and the "
            "parameter is always shown");
@@ -496,6 +534,26 @@ void Checker::CheckShowIf(const LuaParameter& parameter, const Context& paramete
   luaL_unref(m_state, LUA_REGISTRYINDEX, rule.functionRef);
 }
 
+void Checker::AddShowIfPlaces(const std::vector<LuaParameter>& parameters, const std::string& path,
+                              std::map<std::string, Place>& places) const {
+  for (const LuaParameter& parameter : parameters) {
+    if (parameter.showIf.functionRef == 0) continue;
+    lua_rawgeti(m_state, LUA_REGISTRYINDEX, parameter.showIf.functionRef);
+    places.emplace(path + "\x1f" + parameter.key, DefinitionOf(-1));
+    lua_pop(m_state, 1);
+  }
+}
+
+void Checker::AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records,
+                                    const std::string& parent,
+                                    std::map<std::string, Place>& places) const {
+  for (const LuxStaticData& record : records) {
+    const std::string path = parent.empty() ? record.name : parent + "/" + record.name;
+    AddShowIfPlaces(record.parameters, path, places);
+    AddStaticShowIfPlaces(record.subData, path, places);
+  }
+}
+
 // The URN selector of the channel type, as the plug-in's query reads it.
 PropertyAddress Checker::CheckSelector(const Context& context, std::uint32_t type) {
   std::vector<SkipReport> reports;
@@ -516,7 +574,9 @@ void Checker::CheckStaticData() {
   std::vector<LuxStaticData> records;
   const bool read = ReadTable(context, reports, [&] { records = m_lua.InGetStaticData(); });
   lua_settop(m_state, 0);
-  ReportSkips(context, reports);
+  std::map<std::string, Place> showIfPlaces;
+  AddStaticShowIfPlaces(records, "", showIfPlaces);
+  ReportSkips(context, reports, showIfPlaces);
   if (read) CheckStaticRecords(records, context, "", reports);
 }
 
@@ -535,7 +595,7 @@ void Checker::CheckStaticRecords(const std::vector<LuxStaticData>& records, cons
       types.emplace(parameter.key, parameter.type);
       const Context at = ParameterContext(entry, parameter);
       CheckParameter(parameter, at, reports);
-      CheckShowIf(parameter, at, {{m_dump.has_value(), std::nullopt}});
+      CheckShowIf(parameter, at, {{m_dump.has_value(), std::nullopt}}, reports);
     }
     CheckStaticRecords(record.subData, context, path, reports);
   }

@@ -202,6 +202,12 @@ class ReaderDiagnostics : public ::testing::Test {
     ASSERT_TRUE(bridge.Load(dir.WriteFile("script.lua", script).string()));
     bridge.SetDiagnostics(&sink);
   }
+  // The TRACE lines in order, since the readers walk tables in no defined order.
+  std::vector<std::string> SortedLines() {
+    auto lines = TraceLines(capture);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  }
 
   LogCapture capture;
   log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxDownloadHandler");
@@ -217,8 +223,7 @@ TEST_F(ReaderDiagnostics, UnknownFieldsAreNamedUnderTheParameterKeyWhereverTheyS
   end)");
   const auto parameters = bridge.GetParametersFromChannelTypeId(3);
   ASSERT_EQ(parameters.size(), 1U);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines, (std::vector<std::string>{
                        "folder 0/function 0 (functionId 1), parameter 'Setpoint': missing field: "
                        "no 'PropertyId': property 0 is read",
@@ -236,8 +241,7 @@ TEST_F(ReaderDiagnostics, ValuesOfTheWrongTypeAreNamedWithWhatIsReadInstead) {
              "not a table" }
   end)");
   bridge.GetParametersFromChannelTypeId(3);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
   EXPECT_EQ(lines, (std::vector<std::string>{
                        slot + "'': value of the wrong type: a list entry is a string, not a "
@@ -261,8 +265,7 @@ TEST_F(ReaderDiagnostics, StaticDataReportsUnderTheRecordsPath) {
              Broken = 7 }
   end)");
   bridge.GetStaticData();
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines,
             (std::vector<std::string>{
                 "static data 'Timers/Morning', parameter 'Start': missing field: no 'Property': "
@@ -281,8 +284,7 @@ TEST_F(ReaderDiagnostics, SettingsReportUnderTheSettingName) {
              UseTVK = true }
   end)");
   bridge.GetPropertyIds();
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines, (std::vector<std::string>{
                        "folder 0/function 0 (functionId 1), setting 'MaxNameCharCount': value of "
                        "the wrong type: 'PropertyId' is a string ('12'), not an integer: "
@@ -300,8 +302,7 @@ TEST_F(ReaderDiagnostics, MissingFieldsAreNamedWithWhatIsReadInstead) {
                           PropertyIds = { { Id = { PropertyId = 5 } }, { Type = "Bool" } } } } }
   end)");
   bridge.GetParametersFromChannelTypeId(3);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
   EXPECT_EQ(lines, (std::vector<std::string>{
                        slot + "'': missing field: no 'Key': its key is empty",
@@ -334,8 +335,7 @@ TEST_F(ReaderDiagnostics, NumbersReadFromTheirLowBitsAreNamed) {
                Property = { InterfaceObjectId = 4294967297, PropertyId = 300 } } }
   end)");
   bridge.GetParametersFromChannelTypeId(3);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   const std::string slot = "folder 0/function 0 (functionId 1), parameter 'Wide': ";
   EXPECT_EQ(lines, (std::vector<std::string>{
                        slot + "number out of range: 'Digits' 258 is read as 2 (only its low 8 "

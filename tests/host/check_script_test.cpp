@@ -236,7 +236,8 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  {At("check_misspelt_property_id.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
-                  "unknown field 'PropertyID' is ignored (did you mean 'PropertyId'?)"},
+                  "unknown field 'PropertyID' is ignored (did you mean 'PropertyId'?): "
+                  "property 0 is read"},
                  0},
         FlawCase{"DuplicateKey",
                  "check_duplicate_key.lua",
