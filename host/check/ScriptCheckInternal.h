@@ -132,7 +132,6 @@ class Checker {
   void EnsureStack(int slots) const;
   std::string TextOf(int index) const;
   std::string Describe(int index) const;
-  bool IsText(int index) const;
   Place DefinitionOf(int index) const;
   int PushGlobal(const char* name) const;
   CallResult ProtectedCall(int arguments, int results);

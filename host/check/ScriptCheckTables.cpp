@@ -48,7 +48,7 @@ std::vector<std::string> Names(const std::array<std::string_view, N>& names) {
 
 // The names a misspelt field of that table may have meant.
 std::vector<std::string> KnownFields(const SkipReport& report, const std::string& parent) {
-  const std::string_view last = parent.substr(std::min(parent.size(), parent.rfind('.') + 1));
+  const std::string last = parent.substr(std::min(parent.size(), parent.rfind('.') + 1));
   if (report.subject == "setting" || report.subject[0] == 'U' || last == fields::kProperty ||
       last == fields::kId || last == fields::kEnabledProperty) {
     return Names(fields::kPropertyTable);
