@@ -15,6 +15,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -243,7 +244,15 @@ bool Checker::ReadTable(const Context& context, std::vector<SkipReport>& reports
 
 void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>& reports,
                           const std::map<std::string, Place>& showIfPlaces) {
-  for (const SkipReport& report : reports) {
+  // The readers report in the order of lua_next, which changes from run to run.
+  std::vector<const SkipReport*> ordered;
+  for (const SkipReport& report : reports) ordered.push_back(&report);
+  std::stable_sort(ordered.begin(), ordered.end(), [](const SkipReport* a, const SkipReport* b) {
+    return std::tie(a->slot, a->key, a->field, a->detail) <
+           std::tie(b->slot, b->key, b->field, b->detail);
+  });
+  for (const SkipReport* next : ordered) {
+    const SkipReport& report = *next;
     const SkipReport* misspelling = Misspelling(report, reports);
     if (misspelling != nullptr && report.reason == SkipReason::MissingField) continue;
     const std::size_t dot = report.field.rfind('.');
