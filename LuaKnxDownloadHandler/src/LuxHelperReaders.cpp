@@ -93,33 +93,6 @@ bool TextValue(lua_State* state, int type, std::string& text, const char* query,
 
 }  // namespace
 
-void LuxHelper::Note(SkipReason reason, std::string detail) const {
-  m_notes.push_back({reason, std::move(detail)});
-}
-
-void LuxHelper::NoteWrongType(const char* field, const char* expected,
-                              const char* consequence) const {
-  Note(SkipReason::WrongValueType, std::string("'") + field + "' is a " +
-                                       luaL_typename(m_luaState, -1) + ", not " + expected + ": " +
-                                       consequence);
-}
-
-void LuxHelper::NoteUnknownField(std::string_view field) const {
-  Note(SkipReason::UnknownField, "'" + std::string(field) + "' is not read");
-}
-
-void LuxHelper::TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
-  for (std::size_t index = mark; index < m_notes.size(); ++index) {
-    m_diagnostics->Report({m_notes[index].reason, subject, key, m_notes[index].detail});
-  }
-  m_notes.resize(mark);
-}
-
-void LuxHelper::EnterRecord() const {
-  m_diagnostics->Enter(m_recordPath.empty() ? std::string("static data")
-                                            : "static data '" + m_recordPath + "'");
-}
-
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
   lua_State* state = m_luaState;
@@ -129,25 +102,37 @@ PropertyInfo LuxHelper::FillProperty() const {
       // Property ids are one octet: 300 is deliberately read as 44.
       if (integer) {
         info.PropertyId = Low32(lua_tointeger(state, -1)) & 0xFFU;
+        if (m_diagnostics != nullptr && lua_tointeger(state, -1) != info.PropertyId) {
+          NoteLowBits("PropertyId", lua_tointeger(state, -1), info.PropertyId, "8");
+        }
       } else if (m_diagnostics != nullptr) {
-        NoteWrongType("PropertyId", "an integer", "read as 0");
+        NoteWrongType("PropertyId", "an integer", "property 0 is read");
       }
     } else if (key == fields::kInterfaceObjectId) {
       if (integer) {
         info.InterfaceObjectId = Low32(lua_tointeger(state, -1));
+        if (m_diagnostics != nullptr && lua_tointeger(state, -1) != info.InterfaceObjectId) {
+          NoteLowBits("InterfaceObjectId", lua_tointeger(state, -1), info.InterfaceObjectId, "32");
+        }
       } else if (m_diagnostics != nullptr) {
-        NoteWrongType("InterfaceObjectId", "an integer", "read as 0");
+        NoteWrongType("InterfaceObjectId", "an integer", "interface object 0 is read");
       }
     } else if (m_diagnostics != nullptr) {
       NoteUnknownField(key);
     }
   });
+  if (m_diagnostics != nullptr) {
+    NoteMissing(fields::kPropertyId.data(), "property 0 is read");
+  }
   return info;
 }
 
 std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
   std::map<std::string, PropertyInfo> propertyIds;
   lua_State* state = m_luaState;
+  if (m_diagnostics != nullptr) {
+    TellNumericKey("the settings table", "setting", "");
+  }
   lux::ForEachField(state, 2, [&](std::string_view key) {
     if (lua_type(state, -1) != LUA_TTABLE) {
       if (m_diagnostics != nullptr && !key.empty()) {
@@ -184,6 +169,7 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
     }
   });
   SortUnlessRising(parameters, &LuaParameter::key);
+  if (m_diagnostics != nullptr) NoteDuplicateKeys(parameters);
   return parameters;
 }
 
@@ -193,6 +179,7 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   lua_State* state = m_luaState;
   const std::size_t mark = NoteMark();
   const bool noted = m_diagnostics != nullptr;
+  if (noted) TellNumericKey("a parameter table", "parameter", "");
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kKey) {
@@ -206,19 +193,27 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
       }
     } else if (key == fields::kProperty) {
       if (type == LUA_TTABLE) {
+        const std::size_t inner = noted ? NoteMark() : 0;
         parameter.property = FillProperty();
+        if (noted) NoteWithin(inner, "Property");
       } else if (noted) {
         NoteWrongType("Property", "a table", "read at interface object 0, property 0");
       }
     } else if (key == fields::kDigits) {
       if (lua_isinteger(state, -1) != 0) {
         parameter.digits = static_cast<std::int32_t>(Low32(lua_tointeger(state, -1)));
+        // The builder formats with the low 8 bits.
+        if (noted && (lua_tointeger(state, -1) & ~lua_Integer{0xFF}) != 0) {
+          NoteLowBits("Digits", lua_tointeger(state, -1), parameter.digits & 0xFF, "8");
+        }
       } else if (noted) {
         NoteWrongType("Digits", "an integer", "no decimals");
       }
     } else if (key == fields::kShowIf) {
       if (type == LUA_TTABLE) {
+        const std::size_t inner = noted ? NoteMark() : 0;
         parameter.showIf = FillLuaParameterShowIf();
+        if (noted) NoteWithin(inner, "ShowIf");
       } else if (noted) {
         NoteWrongType("ShowIf", "a table", "the parameter is always shown");
       }
@@ -226,6 +221,13 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
       NoteUnknownField(key);
     }
   });
+  if (noted) {
+    NoteMissing(fields::kKey.data(), "its key is empty");
+    NoteMissing(fields::kType.data(), "the parameter is not written");
+    if (!parameter.type.empty()) {
+      NoteMissing(fields::kProperty.data(), "read at interface object 0, property 0");
+    }
+  }
   ReportNotes(mark, "parameter", parameter.key);
 }
 
@@ -263,11 +265,14 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
   const bool noted = m_diagnostics != nullptr;
   // The list's keys are never read; each element is a table with "Id" and "Type",
   // walked inside the list's walk.
+  const std::size_t listMark = noted ? NoteMark() : 0;
   lux::ForEachValue(state, 4, [&] {
+    const std::size_t entryMark = noted ? NoteMark() : 0;
     if (lua_type(state, -1) != LUA_TTABLE) {
       if (noted) {
         Note(SkipReason::WrongValueType, std::string("a ShowIf PropertyIds entry is a ") +
                                              luaL_typename(state, -1) + ", not a table: skipped");
+        NoteWithin(entryMark, std::string());
       }
       return;
     }
@@ -277,7 +282,9 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
       const int type = lua_type(state, -1);
       if (key == fields::kId) {
         if (type == LUA_TTABLE) {
+          const std::size_t inner = noted ? NoteMark() : 0;
           entry.id = FillProperty();
+          if (noted) NoteWithin(inner, "Id");
         } else if (noted) {
           NoteWrongType("Id", "a table", "read at interface object 0, property 0");
         }
@@ -289,7 +296,19 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
         NoteUnknownField(key);
       }
     });
+    if (noted) {
+      NoteMissing(fields::kType.data(), "the entry gives no argument");
+      NoteMissing(fields::kId.data(), "read at interface object 0, property 0");
+      NoteWithin(entryMark, std::string());
+    }
   });
+  // The arguments come in the order of the walk, which only a sequence fixes.
+  if (noted && propertyIds.size() > 1 && lua_rawlen(state, -1) != propertyIds.size()) {
+    Note(SkipReason::WrongValueType,
+         "'PropertyIds' is no sequence: its entries, and so the function's arguments, come in no "
+         "defined order");
+  }
+  if (noted) NoteWithin(listMark, "PropertyIds");
 }
 
 std::vector<LuxStaticData> LuxHelper::InGetStaticData() { return InGetStaticData(0); }
@@ -302,6 +321,11 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData(int depth) {
   std::vector<LuxStaticData> staticData;
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state)) return staticData;
+  if (m_diagnostics != nullptr) {
+    EnterRecord();
+    TellNumericKey(depth == 0 ? "the static-data table" : "a SubData table", "record",
+                   m_recordPath);
+  }
   if (depth >= kMaxStaticDataDepth) {
     throw std::runtime_error("Static data of the script is nested deeper than " +
                              std::to_string(kMaxStaticDataDepth) + " levels.");
@@ -336,13 +360,16 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
     if (parentPathSize != 0) m_recordPath += '/';
     m_recordPath += entry.name;
     EnterRecord();
+    TellNumericKey("a static-data entry", "record", entry.name);
   }
   lux::ForEachField(state, 2, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kEnabledProperty) {
       // Engaged for any table, an empty one included.
       if (type == LUA_TTABLE) {
+        const std::size_t inner = noted ? NoteMark() : 0;
         entry.enabledProperty = FillProperty();
+        if (noted) NoteWithin(inner, "EnabledProperty");
       } else if (noted) {
         NoteWrongType("EnabledProperty", "a table", "the record is always written");
       }
@@ -368,6 +395,7 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
     }
   });
   if (noted) {
+    NoteMissing(fields::kType.data(), "the record's type is empty");
     ReportNotes(mark, "record", entry.name);
     m_recordPath.resize(parentPathSize);
   }

@@ -116,7 +116,7 @@ void AddPluginSkipFindings(const std::vector<PluginSkip>& skips, const ScriptKno
                skip.reason == SkipReason::MissingElement) {
       finding.severity = Severity::Warning;
     } else {
-      continue;  // the checker's own walk finds the rest, or it is no flaw of the script
+      continue;  // the check reads the tables with the same readers, or it is no flaw
     }
     std::smatch match;
     if (std::regex_match(skip.slot, match, kFunctionId)) {

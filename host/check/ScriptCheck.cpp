@@ -112,14 +112,6 @@ void Checker::ReportFailure(const Context& context, const CallResult& result,
   }
 }
 
-void Checker::ReportUnknownField(const Context& context, const std::string& prefix,
-                                 const std::string& field, const std::vector<std::string>& known) {
-  const std::string suggestion = ClosestName(field, known);
-  Report(Severity::Warning, context,
-         prefix + "unknown field '" + field + "' is ignored" +
-             (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)"));
-}
-
 // --- Global functions ------------------------------------------------------------
 
 Context Checker::ContextFor(const char* name, std::vector<std::int64_t> arguments) const {

@@ -108,33 +108,20 @@ bool Checker::CheckChannelType(std::int64_t type) {
 bool Checker::CheckParameters(std::int64_t type) {
   if (!Present(kGetParameters)) return false;
   const Context context = ContextFor(kGetParameters, {type});
-  const CallResult result = CallGlobal(kGetParameters, {type});
-  if (!result.Ok()) {
-    ReportFailure(context, result, "", WhenItFails(kGetParameters));
-    return false;
-  }
-  if (lua_type(m_state, -1) != LUA_TTABLE) {
-    Report(Severity::Warning, context,
-           "returns " + Describe(-1) + ", not a table: read as no parameters");
-    lua_pop(m_state, 1);
-    return false;
-  }
+  if (!CallForTable(context, Severity::Warning, "read as no parameters")) return false;
   lua_pushnil(m_state);
   const bool any = lua_next(m_state, -2) != 0;
   if (any) lua_pop(m_state, 2);
 
-  std::vector<ParameterRecord> records = WalkParameterList(-1, context);
-  lua_pop(m_state, 1);
+  std::vector<ArgumentSource> sources;
+  if (m_dump) {
+    for (const std::uint32_t slot : SlotsOf(type)) sources.push_back({true, slot});
+  } else {
+    sources.push_back({false, std::nullopt});
+  }
   auto& types = m_knowledge.functionParameterTypes[static_cast<std::uint32_t>(type)];
-  for (ParameterRecord& record : records) {
-    types.emplace(record.key, record.type);
-    if (!record.showIf) continue;
-    if (m_dump) {
-      for (const std::uint32_t slot : SlotsOf(type)) CallShowIf(*record.showIf, {true, slot});
-    } else {
-      CallShowIf(*record.showIf, {false, std::nullopt});
-    }
-    luaL_unref(m_state, LUA_REGISTRYINDEX, record.showIf->function);
+  for (const LuaParameter& parameter : CheckParameterList(context, sources)) {
+    types.emplace(parameter.key, parameter.type);
   }
   return any;
 }

@@ -6,6 +6,7 @@
 #include "Findings.h"
 #include "ScriptCheck.h"
 
+#include <LuaKnxDownloadHandler/LuxHelper.h>
 #include <LuaKnxDownloadHandler/ScriptFunctions.h>
 
 #include <ovslua/Lua.h>
@@ -23,41 +24,45 @@
 
 namespace lkdh::host::detail {
 
-using Korvex::luaknxdownloadhandler::script::kChannelUrn;
-using Korvex::luaknxdownloadhandler::script::kChannelUrnBySelector;
-using Korvex::luaknxdownloadhandler::script::kFunctionUrn;
-using Korvex::luaknxdownloadhandler::script::kFunctionUrnBySelector;
-using Korvex::luaknxdownloadhandler::script::kGetParameters;
-using Korvex::luaknxdownloadhandler::script::kGetPropertyIds;
-using Korvex::luaknxdownloadhandler::script::kGetPropertyIndexForUrns;
-using Korvex::luaknxdownloadhandler::script::kGetStaticData;
-using Korvex::luaknxdownloadhandler::script::kHandleDcsType;
-using Korvex::luaknxdownloadhandler::script::kIsThereUrns;
-using Korvex::luaknxdownloadhandler::script::kTemplateIndex;
+// The global functions by their names (kGetParameters, ...).
+using namespace Korvex::luaknxdownloadhandler::script;
 
 // What the plug-in makes of one failed call of the global function.
 std::string WhenItFails(const std::string& name);
 
-// The interpreter exactly as the plug-in's bridge sets it up (standard
-// libraries, source text only, the panic handler); the subclass reaches its state.
-class Interpreter final : public ovslua::Lua {
+using Korvex::luaknxdownloadhandler::LuaParameter;
+using Korvex::luaknxdownloadhandler::LuxStaticData;
+using Korvex::luaknxdownloadhandler::PropertyInfo;
+using Korvex::luaknxdownloadhandler::SkipReason;
+
+// The plug-in's own script bridge: its interpreter set-up (standard libraries,
+// source text only, the panic handler) and its table readers, which read the
+// script's answers here as in a download.
+class Interpreter final : public Korvex::luaknxdownloadhandler::LuxHelper {
  public:
   Interpreter() = default;
-  // Closed here, while the memory budget that its allocator uses still exists.
-  ~Interpreter() override { Release(); }
   Interpreter(const Interpreter&) = delete;
   Interpreter& operator=(const Interpreter&) = delete;
 
   lua_State* State() const noexcept { return m_luaState; }
   const std::string& ErrorMessage() const noexcept { return m_errorMessage; }
+  using LuxHelper::Initialize;
+  using LuxHelper::LoadInitialized;
+  using LuxHelper::PushArguments;
 };
 
-// Shared with the allocator and the count hook through the state's extra space.
+// What the readers reported about one table, as the sink got it.
+struct SkipReport {
+  SkipReason reason{};
+  std::string slot;
+  std::string subject;
+  std::string key;
+  std::string detail;
+  std::string field;
+};
+
+// Shared with the count hook through the state's extra space.
 struct Budget {
-  lua_Alloc allocate = nullptr;
-  void* allocateData = nullptr;
-  std::size_t used = 0;
-  bool memoryExceeded = false;
   bool callExpired = false;
 };
 
@@ -94,44 +99,6 @@ struct CallResult {
   bool Ok() const noexcept { return status == Status::Ok; }
 };
 
-// One key of a table, as read during a traversal.
-struct Key {
-  int type = LUA_TNIL;
-  std::string text;  // strings as they are, numbers as Lua writes them, else the type name
-  bool isInteger = false;
-  lua_Integer integer = 0;
-  lua_Number number = 0;
-
-  static Key Named(const char* name) {
-    Key key;
-    key.type = LUA_TSTRING;
-    key.text = name;
-    return key;
-  }
-
-  std::string Bracketed() const {
-    if (type == LUA_TSTRING) return "['" + text + "']";
-    return "[" + text + "]";
-  }
-};
-
-struct ShowIfEntry {
-  std::string type;
-  PropertyAddress id;
-};
-
-struct ShowIfRule {
-  int function = LUA_NOREF;  // registry reference
-  std::vector<ShowIfEntry> entries;
-  Context context;
-};
-
-struct ParameterRecord {
-  std::string key;
-  std::string type;
-  std::optional<ShowIfRule> showIf;
-};
-
 // Where ShowIf arguments come from: the dump's values of one slot (or of the
 // whole property for static data), or zero values without a dump.
 struct ArgumentSource {
@@ -158,8 +125,6 @@ class Checker {
   void Report(Severity severity, const Context& context, const std::string& message);
   void ReportFailure(const Context& context, const CallResult& result, const std::string& subject,
                      const std::string& consequence, Severity severity = Severity::Error);
-  void ReportUnknownField(const Context& context, const std::string& prefix,
-                          const std::string& field, const std::vector<std::string>& known);
 
   // --- Interpreter helpers (ScriptCheckInterpreter.cpp) -------------------------
 
@@ -167,48 +132,33 @@ class Checker {
   void EnsureStack(int slots) const;
   std::string TextOf(int index) const;
   std::string Describe(int index) const;
-  std::string NotInteger(const std::string& field, int index) const;
-  bool IsText(int index) const;
   Place DefinitionOf(int index) const;
   int PushGlobal(const char* name) const;
   CallResult ProtectedCall(int arguments, int results);
   CallResult CallGlobal(const char* name, const std::vector<std::int64_t>& arguments,
                         int results = 1);
-  std::vector<Key> Keys(int table) const;
-  void PushField(int table, const Key& key) const;
 
-  // Named-field tables: the plug-in converts each key to text in place, which
-  // breaks its traversal at the first numeric key; other key types it skips.
-  template <typename OnField>
-  void WalkFields(int table, const Context& context, const std::string& tableKind,
-                  OnField&& onField) {
-    table = lua_absindex(m_state, table);
-    bool numericReported = false;
-    for (const Key& key : Keys(table)) {
-      if (key.type == LUA_TNUMBER) {
-        if (!numericReported) {
-          Report(Severity::Error, context,
-                 "numeric key [" + key.text + "] in " + tableKind + ": the download would abort");
-          numericReported = true;
-        }
-        continue;
-      }
-      if (key.type != LUA_TSTRING) {
-        Report(Severity::Warning, context,
-               "a key of type " + key.text + " in " + tableKind + " is ignored");
-        continue;
-      }
-      PushField(table, key);
-      onField(key.text, lua_gettop(m_state));
-      lua_pop(m_state, 1);
-    }
-  }
+  // --- The plug-in's readers (ScriptCheckTables.cpp) ------------------------------
 
-  // --- Property tables (ScriptCheckPropertyTables.cpp) ----------------------------
-
-  PropertyAddress CheckPropertyTable(int table, const Context& context, const std::string& prefix);
+  // Calls the global function of the context; true with the table it returned on
+  // top, else the failure or what it returned instead is reported.
+  bool CallForTable(const Context& context, Severity severity, const std::string& readAs);
+  // Runs read() on the table at the top with a sink; false when the read failed,
+  // which the reports or a finding of its own say.
+  template <typename Read>
+  bool ReadTable(const Context& context, std::vector<SkipReport>& reports, Read&& read);
+  // showIfPlaces: the definition of each ShowIf function by record path and key.
+  void ReportSkips(const Context& context, const std::vector<SkipReport>& reports,
+                   const std::map<std::string, Place>& showIfPlaces = {});
+  void AddShowIfPlaces(const std::vector<LuaParameter>& parameters, const std::string& path,
+                       std::map<std::string, Place>& places) const;
+  void AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records, const std::string& parent,
+                             std::map<std::string, Place>& places) const;
   void CheckAddress(PropertyAddress address, const Context& context, const std::string& what,
                     const std::string& consequence);
+  PropertyAddress Address(const PropertyInfo& info) const {
+    return {info.InterfaceObjectId, info.PropertyId};
+  }
 
   // --- Global functions (ScriptCheck.cpp) -----------------------------------------
 
@@ -216,7 +166,7 @@ class Checker {
   Context ContextFor(const char* name, std::vector<std::int64_t> arguments) const;
   void CheckPresence();
 
-  // --- Settings and door communication (ScriptCheckSettings.cpp) ------------------
+  // --- Settings and door communication (ScriptCheckTables.cpp) ---------------------
 
   PropertyAddress Setting(const std::string& name) const;
   void CheckPropertyIds();
@@ -241,34 +191,26 @@ class Checker {
   void CheckSelectors(std::int64_t type);
   bool CheckText(const char* name, const std::vector<std::int64_t>& arguments);
 
-  // --- Parameters (ScriptCheckParameters.cpp) -------------------------------------
+  // --- Parameters, ShowIf and static data (ScriptCheckTables.cpp) -----------------
 
-  std::vector<ParameterRecord> WalkParameterList(int list, const Context& context);
-  void CheckValueType(const Context& context, const std::string& prefix, const std::string& type,
-                      const std::string& consequence);
-  void WalkParameter(int table, const Context& listContext, const Key& listKey,
-                     std::vector<ParameterRecord>& records);
+  std::vector<LuaParameter> CheckParameterList(const Context& context,
+                                               const std::vector<ArgumentSource>& sources);
+  Context ParameterContext(const Context& context, const LuaParameter& parameter);
+  void CheckParameter(const LuaParameter& parameter, const Context& at,
+                      const std::vector<SkipReport>& reports);
+  std::string UnknownValueType(const std::string& type) const;
+  void CheckShowIf(const LuaParameter& parameter, const Context& context,
+                   const std::vector<ArgumentSource>& sources,
+                   const std::vector<SkipReport>& reports);
   int KeyLine(const std::string& file, const std::string& key);
-
-  // --- ShowIf (ScriptCheckShowIf.cpp) ---------------------------------------------
-
-  std::optional<ShowIfRule> WalkShowIf(int table, const Context& parameterContext);
-  std::size_t WalkShowIfEntries(int list, const Context& context,
-                                std::vector<ShowIfEntry>& entries);
-  void WalkShowIfEntry(int table, const Context& context, const std::string& prefix,
-                       std::vector<ShowIfEntry>& entries);
-  ovslua::Lua::Args ShowIfArguments(const std::vector<ShowIfEntry>& entries,
-                                    const ArgumentSource& source) const;
-  void CallShowIf(const ShowIfRule& rule, const ArgumentSource& source);
-
-  // --- Static data (ScriptCheckStaticData.cpp) ------------------------------------
-
+  PropertyAddress CheckSelector(const Context& context, std::uint32_t type);
   void CheckStaticData();
-  void WalkStaticTable(int table, const Context& context, const std::string& parent, int depth);
-  void WalkStaticEntry(int table, const Context& context, const std::string& path, int depth);
-  void CheckStaticParameters(int list, const Context& context, const std::string& path);
+  void CheckStaticRecords(const std::vector<LuxStaticData>& records, const Context& context,
+                          const std::string& parent, const std::vector<SkipReport>& reports);
+  ovslua::Lua::Args ShowIfArguments(const LuaParameter& parameter,
+                                    const ArgumentSource& source) const;
 
-  // Declared before the interpreter, whose allocator uses it until it is closed.
+  // Declared before the interpreter, whose count hook uses it until it is closed.
   Budget m_budget;
   Interpreter m_lua;
   lua_State* m_state = nullptr;
@@ -283,7 +225,6 @@ class Checker {
   std::map<std::string, PropertyAddress> m_settings;  // as the plug-in reads them
   std::uint8_t m_nameLimit = 0;
   std::uint8_t m_textLimit = 0;
-  std::set<const void*> m_staticPath;  // entries and SubData tables being walked
   std::map<std::pair<std::string, std::string>, int> m_keyLines;  // LineNamingKey, once each
 };
 

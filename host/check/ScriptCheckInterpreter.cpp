@@ -20,23 +20,6 @@ namespace {
 
 Budget* BudgetOf(lua_State* state) { return *static_cast<Budget**>(lua_getextraspace(state)); }
 
-void* LimitedAllocate(void* data, void* block, std::size_t oldSize, std::size_t newSize) {
-  auto* budget = static_cast<Budget*>(data);
-  // Without a block, oldSize tells the kind of object, not a size.
-  const std::size_t held = block != nullptr ? oldSize : 0;
-  const std::size_t room = kScriptMemoryLimit - std::min(budget->used, kScriptMemoryLimit);
-  if (newSize > held && newSize - held > room) {
-    budget->memoryExceeded = true;
-    return nullptr;
-  }
-  void* result = budget->allocate(budget->allocateData, block, oldSize, newSize);
-  if (result != nullptr || newSize == 0) {
-    // Blocks from before the budget was installed are not counted; never below 0.
-    budget->used = budget->used - std::min(held, budget->used) + newSize;
-  }
-  return result;
-}
-
 // Stops a call that has run too long. Every instruction after this fails too,
 // so a script that catches the error cannot run on.
 void StopLongCall(lua_State* state, lua_Debug* debug) {
@@ -63,18 +46,6 @@ int PrintToStandardError(lua_State* state) {
   }
   std::cerr << '\n';
   return 0;
-}
-
-// Numbers (integers first) in ascending order, then strings byte-wise: lua_next's
-// order of a hash part changes from run to run, the findings must not.
-bool KeyBefore(const Key& a, const Key& b) {
-  const auto rank = [](const Key& key) {
-    if (key.type == LUA_TNUMBER) return key.isInteger ? 0 : 1;
-    return key.type == LUA_TSTRING ? 2 : 3;
-  };
-  if (rank(a) != rank(b)) return rank(a) < rank(b);
-  if (a.type == LUA_TNUMBER) return a.isInteger ? a.integer < b.integer : a.number < b.number;
-  return a.text < b.text;
 }
 
 // One token of the script's text that matters for finding library uses.
@@ -215,13 +186,14 @@ void Checker::CheckEnvironment() {
 }
 
 bool Checker::Start() {
+  // The memory budget is the wrapper's own; the instruction budget is counted
+  // here, so that a finding can name the line where the call was stopped.
+  m_lua.SetLimits(0, kScriptMemoryLimit);
   if (!m_lua.Initialize() || m_lua.State() == nullptr) {
     throw std::runtime_error("cannot create the Lua interpreter");
   }
   m_state = m_lua.State();
   *static_cast<Budget**>(lua_getextraspace(m_state)) = &m_budget;
-  m_budget.allocate = lua_getallocf(m_state, &m_budget.allocateData);
-  lua_setallocf(m_state, &LimitedAllocate, &m_budget);
 
   lua_pushcfunction(m_state, &PrintToStandardError);
   lua_setglobal(m_state, "print");
@@ -229,14 +201,14 @@ bool Checker::Start() {
   // The top level runs under the same limits as every later call.
   m_budget.callExpired = false;
   lua_sethook(m_state, &StopLongCall, LUA_MASKCOUNT, kInstructionLimit);
-  const bool loaded = m_lua.Load(m_input.scriptPath);
+  const bool loaded = m_lua.LoadInitialized(m_input.scriptPath);
   lua_sethook(m_state, nullptr, 0, 0);
   if (loaded) return true;
 
   CallResult failure;
-  failure.status = m_budget.callExpired      ? CallResult::Status::TooLong
-                   : m_budget.memoryExceeded ? CallResult::Status::NoMemory
-                                             : CallResult::Status::Error;
+  failure.status = m_budget.callExpired                          ? CallResult::Status::TooLong
+                   : m_lua.ErrorMessage() == "not enough memory" ? CallResult::Status::NoMemory
+                                                                 : CallResult::Status::Error;
   SplitPlace(m_lua.ErrorMessage(), failure);
   Context context;
   context.place = failure.place.file.empty() ? Place{m_input.scriptPath, 0} : failure.place;
@@ -318,19 +290,6 @@ std::string Checker::Describe(int index) const {
   }
 }
 
-// "PropertyId 5.0 is a float" or "PropertyId is a string ('5')".
-std::string Checker::NotInteger(const std::string& field, int index) const {
-  if (lua_type(m_state, index) == LUA_TNUMBER) {
-    return field + " " + TextOf(index) + " is a float";
-  }
-  return field + " is " + Describe(index);
-}
-
-bool Checker::IsText(int index) const {
-  const int type = lua_type(m_state, index);
-  return type == LUA_TSTRING || type == LUA_TNUMBER;
-}
-
 Place Checker::DefinitionOf(int index) const {
   EnsureStack(1);
   lua_pushvalue(m_state, index);
@@ -358,7 +317,6 @@ int Checker::PushGlobal(const char* name) const {
 // Leaves the results on the stack on success, nothing otherwise.
 CallResult Checker::ProtectedCall(int arguments, int results) {
   m_budget.callExpired = false;
-  m_budget.memoryExceeded = false;
   lua_sethook(m_state, &StopLongCall, LUA_MASKCOUNT, kInstructionLimit);
   const int status = lua_pcall(m_state, arguments, results, 0);
   lua_sethook(m_state, nullptr, 0, 0);
@@ -374,7 +332,7 @@ CallResult Checker::ProtectedCall(int arguments, int results) {
   lua_pop(m_state, 1);
   if (m_budget.callExpired) {
     result.status = CallResult::Status::TooLong;
-  } else if (status == LUA_ERRMEM || m_budget.memoryExceeded) {
+  } else if (status == LUA_ERRMEM) {
     result.status = CallResult::Status::NoMemory;
   } else {
     result.status = CallResult::Status::Error;
@@ -391,48 +349,6 @@ CallResult Checker::CallGlobal(const char* name, const std::vector<std::int64_t>
     lua_pushinteger(m_state, static_cast<lua_Integer>(argument));
   }
   return ProtectedCall(static_cast<int>(arguments.size()), results);
-}
-
-std::vector<Key> Checker::Keys(int table) const {
-  table = lua_absindex(m_state, table);
-  EnsureStack(3);
-  std::vector<Key> keys;
-  lua_pushnil(m_state);
-  while (lua_next(m_state, table) != 0) {
-    Key key;
-    key.type = lua_type(m_state, -2);
-    if (key.type == LUA_TSTRING) {
-      std::size_t length = 0;
-      const char* text = lua_tolstring(m_state, -2, &length);
-      key.text.assign(text, length);
-    } else if (key.type == LUA_TNUMBER) {
-      key.isInteger = lua_isinteger(m_state, -2) != 0;
-      key.integer = key.isInteger ? lua_tointeger(m_state, -2) : 0;
-      key.number = lua_tonumber(m_state, -2);
-      key.text = TextOf(-2);
-    } else {
-      key.text = lua_typename(m_state, key.type);
-    }
-    keys.push_back(std::move(key));
-    lua_pop(m_state, 1);
-  }
-  std::sort(keys.begin(), keys.end(), KeyBefore);
-  return keys;
-}
-
-// Pushes table[key] (raw) for a string or number key.
-void Checker::PushField(int table, const Key& key) const {
-  table = lua_absindex(m_state, table);
-  EnsureStack(2);
-  if (key.type == LUA_TSTRING) {
-    lua_pushlstring(m_state, key.text.data(), key.text.size());
-    lua_rawget(m_state, table);
-  } else if (key.isInteger) {
-    lua_rawgeti(m_state, table, key.integer);
-  } else {
-    lua_pushnumber(m_state, key.number);
-    lua_rawget(m_state, table);
-  }
 }
 
 }  // namespace lkdh::host::detail

@@ -20,8 +20,7 @@ void Checker::CheckSelectors(std::int64_t type) {
       ReportFailure(context, result, "", WhenItFails(kGetPropertyIndexForUrns));
     } else {
       if (lua_type(m_state, -1) == LUA_TTABLE) {
-        selector = CheckPropertyTable(-1, context, "");
-        CheckAddress(selector, context, "the URN selector", "");
+        selector = CheckSelector(context, static_cast<std::uint32_t>(type));
       } else {
         Report(Severity::Warning, context,
                "returns " + Describe(-1) +

@@ -202,6 +202,12 @@ class ReaderDiagnostics : public ::testing::Test {
     ASSERT_TRUE(bridge.Load(dir.WriteFile("script.lua", script).string()));
     bridge.SetDiagnostics(&sink);
   }
+  // The TRACE lines in order, since the readers walk tables in no defined order.
+  std::vector<std::string> SortedLines() {
+    auto lines = TraceLines(capture);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  }
 
   LogCapture capture;
   log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxDownloadHandler");
@@ -217,9 +223,10 @@ TEST_F(ReaderDiagnostics, UnknownFieldsAreNamedUnderTheParameterKeyWhereverTheyS
   end)");
   const auto parameters = bridge.GetParametersFromChannelTypeId(3);
   ASSERT_EQ(parameters.size(), 1U);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines, (std::vector<std::string>{
+                       "folder 0/function 0 (functionId 1), parameter 'Setpoint': missing field: "
+                       "no 'PropertyId': property 0 is read",
                        "folder 0/function 0 (functionId 1), parameter 'Setpoint': unknown field: "
                        "'Digit' is not read",
                        "folder 0/function 0 (functionId 1), parameter 'Setpoint': unknown field: "
@@ -234,18 +241,18 @@ TEST_F(ReaderDiagnostics, ValuesOfTheWrongTypeAreNamedWithWhatIsReadInstead) {
              "not a table" }
   end)");
   bridge.GetParametersFromChannelTypeId(3);
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
   EXPECT_EQ(lines, (std::vector<std::string>{
                        slot + "'': value of the wrong type: a list entry is a string, not a "
                               "parameter table: skipped",
-                       slot + "'A': value of the wrong type: 'Property' is a number, not a table: "
-                              "read at interface object 0, property 0",
-                       slot + "'B': value of the wrong type: 'Digits' is a string, not an "
+                       slot + "'A': value of the wrong type: 'Property' is an integer (5), not a "
+                              "table: read at interface object 0, property 0",
+                       slot + "'B': missing field: no 'PropertyId': property 0 is read",
+                       slot + "'B': value of the wrong type: 'Digits' is a string ('2'), not an "
                               "integer: no decimals",
-                       slot + "'C': value of the wrong type: 'ShowIf' is a boolean, not a table: "
-                              "the parameter is always shown",
+                       slot + "'C': value of the wrong type: 'ShowIf' is a boolean (true), not a "
+                              "table: the parameter is always shown",
                        slot + "'C': value of the wrong type: 'Type' is a table, not a string: the "
                               "parameter is not written"}));
 }
@@ -258,10 +265,11 @@ TEST_F(ReaderDiagnostics, StaticDataReportsUnderTheRecordsPath) {
              Broken = 7 }
   end)");
   bridge.GetStaticData();
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines,
             (std::vector<std::string>{
+                "static data 'Timers/Morning', parameter 'Start': missing field: no 'Property': "
+                "read at interface object 0, property 0",
                 "static data 'Timers/Morning', parameter 'Start': unknown field: 'Propery' is not "
                 "read",
                 "static data 'Timers/Morning', record 'Morning': unknown field: 'Enabled' is not "
@@ -276,13 +284,80 @@ TEST_F(ReaderDiagnostics, SettingsReportUnderTheSettingName) {
              UseTVK = true }
   end)");
   bridge.GetPropertyIds();
-  auto lines = TraceLines(capture);
-  std::sort(lines.begin(), lines.end());
+  const auto lines = SortedLines();
   EXPECT_EQ(lines, (std::vector<std::string>{
                        "folder 0/function 0 (functionId 1), setting 'MaxNameCharCount': value of "
-                       "the wrong type: 'PropertyId' is a string, not an integer: read as 0",
+                       "the wrong type: 'PropertyId' is a string ('12'), not an integer: "
+                       "property 0 is read",
                        "folder 0/function 0 (functionId 1), setting 'UseTVK': value of the wrong "
                        "type: a boolean, not a property table: the setting is not read"}));
+}
+
+TEST_F(ReaderDiagnostics, MissingFieldsAreNamedWithWhatIsReadInstead) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Type = "UInt8", Property = { InterfaceObjectId = 1 } },
+             { Key = "NoType" },
+             { Key = "Shown", Type = "Bool", Property = { PropertyId = 5 },
+               ShowIf = { Function = function() return true end,
+                          PropertyIds = { { Id = { PropertyId = 5 } }, { Type = "Bool" } } } } }
+  end)");
+  bridge.GetParametersFromChannelTypeId(3);
+  const auto lines = SortedLines();
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       slot + "'': missing field: no 'Key': its key is empty",
+                       slot + "'': missing field: no 'PropertyId': property 0 is read",
+                       slot + "'NoType': missing field: no 'Type': the parameter is not written",
+                       slot + "'Shown': missing field: no 'Id': read at interface object 0, "
+                              "property 0",
+                       slot + "'Shown': missing field: no 'Type': the entry gives no argument"}));
+}
+
+TEST_F(ReaderDiagnostics, NumericKeyIsToldBeforeTheReadFails) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "State", Type = "Bool", "on" } }
+  end
+  function GetStaticData() return { { Type = "weather" } } end)");
+  // The walk fails as in any download; the note is told before it does.
+  EXPECT_THROW(bridge.GetParametersFromChannelTypeId(3), ovslua::LuaPanicError);
+  EXPECT_THROW(bridge.GetStaticData(), ovslua::LuaPanicError);
+  EXPECT_EQ(TraceLines(capture),
+            (std::vector<std::string>{
+                "folder 0/function 0 (functionId 1), parameter 'State': numeric key: [1] in a "
+                "parameter table: the download aborts",
+                "static data, record '': numeric key: [1] in the static-data table: the download "
+                "aborts"}));
+}
+
+TEST_F(ReaderDiagnostics, NumbersReadFromTheirLowBitsAreNamed) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "Wide", Type = "Float16", Digits = 258,
+               Property = { InterfaceObjectId = 4294967297, PropertyId = 300 } } }
+  end)");
+  bridge.GetParametersFromChannelTypeId(3);
+  const auto lines = SortedLines();
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter 'Wide': ";
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       slot + "number out of range: 'Digits' 258 is read as 2 (only its low 8 "
+                              "bits count)",
+                       slot + "number out of range: 'InterfaceObjectId' 4294967297 is read as 1 "
+                              "(only its low 32 bits count)",
+                       slot + "number out of range: 'PropertyId' 300 is read as 44 (only its low "
+                              "8 bits count)"}));
+}
+
+TEST_F(ReaderDiagnostics, ParametersUnderOneKeyAreNamedOnce) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    local p = { InterfaceObjectId = 1, PropertyId = 5 }
+    return { { Key = "State", Type = "Bool", Property = p },
+             { Key = "State", Type = "UInt8", Property = p },
+             { Key = "Other", Type = "UInt8", Property = p } }
+  end)");
+  EXPECT_EQ(bridge.GetParametersFromChannelTypeId(3).size(), 3U);
+  EXPECT_EQ(TraceLines(capture),
+            (std::vector<std::string>{
+                "folder 0/function 0 (functionId 1), parameter 'State': key given twice: 2 "
+                "parameters have this key: the document lists them in no defined order"}));
 }
 
 TEST_F(ReaderDiagnostics, ShowIfThatFailsIsToldFromOneThatAnswersFalse) {

@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  {At("check_numeric_key.lua", 6) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': numeric key [1] "
-                  "in a parameter table: the download would abort"},
+                  "in a parameter table: the download aborts"},
                  1},
         FlawCase{"LowerCaseType",
                  "check_lower_case_type.lua",
@@ -208,22 +208,21 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  {At("check_float_property_id.lua", 6) +
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
-                  "PropertyId 53.0 is a float, not an integer: the plug-in ignores it and reads "
-                  "property 0"},
+                  "'PropertyId' is a float (53.0), not an integer: property 0 is read"},
                  1},
         FlawCase{"PropertyIdOverOneOctet",
                  "check_property_id_range.lua",
                  {},
                  {At("check_property_id_range.lua", 6) +
                   "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
-                  "PropertyId 300 is read as 44 (only its low 8 bits count)"},
+                  "'PropertyId' 300 is read as 44 (only its low 8 bits count)"},
                  0},
         FlawCase{"FloatDigits",
                  "check_float_digits.lua",
                  {},
                  {At("check_float_digits.lua", 6) +
-                  "warning: GetParametersFromChannelTypeId(1), parameter 'Power': Digits 2.0 is a "
-                  "float, not an integer: ignored (no decimals)"},
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'Power': 'Digits' is a "
+                  "float (2.0), not an integer: no decimals"},
                  0},
         FlawCase{"MisspeltField",
                  "check_unknown_field.lua",
@@ -232,12 +231,20 @@ INSTANTIATE_TEST_SUITE_P(
                   "warning: GetParametersFromChannelTypeId(1), parameter 'Power': unknown field "
                   "'Digit' is ignored (did you mean 'Digits'?)"},
                  0},
+        FlawCase{"MisspeltFieldIsOneFinding",
+                 "check_misspelt_property_id.lua",
+                 {},
+                 {At("check_misspelt_property_id.lua", 6) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': Property: "
+                  "unknown field 'PropertyID' is ignored (did you mean 'PropertyId'?): "
+                  "property 0 is read"},
+                 0},
         FlawCase{"DuplicateKey",
                  "check_duplicate_key.lua",
                  {},
                  {At("check_duplicate_key.lua", 4) +
-                  "warning: GetParametersFromChannelTypeId(1): 2 parameters have the Key "
-                  "'State': the document lists them in no defined order"},
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': 2 parameters "
+                  "have this key: the document lists them in no defined order"},
                  0},
         FlawCase{"UrnNil",
                  "check_urn_nil.lua",
@@ -359,22 +366,22 @@ INSTANTIATE_TEST_SUITE_P(
                  "check_interface_object_text.lua",
                  {},
                  {At("check_interface_object_text.lua", 5) +
-                  "error: GetPropertyIds(), setting 'ChannelType': InterfaceObjectId is a string "
-                  "('1'), not an integer: the plug-in ignores it and reads interface object 0"},
+                  "error: GetPropertyIds(), setting 'ChannelType': 'InterfaceObjectId' is a "
+                  "string ('1'), not an integer: interface object 0 is read"},
                  1},
         FlawCase{"StaticDataAsList",
                  "check_static_list.lua",
                  {},
                  {At("check_static_list.lua", 4) +
                   "error: GetStaticData(): numeric key [1] in the static-data table: the "
-                  "download would abort"},
+                  "download aborts"},
                  1},
         FlawCase{"SubDataAsList",
                  "check_list_subdata.lua",
                  {},
                  {At("check_list_subdata.lua", 4) +
-                  "error: GetStaticData(), entry 'Timers': list-shaped SubData (numeric key [1]): "
-                  "the download would abort"},
+                  "error: GetStaticData(), entry 'Timers': numeric key [1] in a SubData table: "
+                  "the download aborts"},
                  1},
         FlawCase{"SubDataCycle",
                  "check_subdata_cycle.lua",
@@ -387,8 +394,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "check_enabled_flag.lua",
                  {},
                  {At("check_enabled_flag.lua", 4) +
-                  "warning: GetStaticData(), entry 'Weather': EnabledProperty is a boolean "
-                  "(true), not a property table: ignored, so the entry is always written"},
+                  "warning: GetStaticData(), entry 'Weather': 'EnabledProperty' is a boolean "
+                  "(true), not a table: the record is always written"},
                  0},
         FlawCase{"EndlessLoop",
                  "check_endless_loop.lua",
@@ -529,6 +536,21 @@ TEST_F(CheckScriptTest, PlugInLogKeepsTheChosenLevelWhileItsSkipsAreRead) {
                        "value takes in the bytes after it\n"))
       << trace.err;
   EXPECT_EQ(Problems(trace.out), Problems(debug.out));
+}
+
+TEST_F(CheckScriptTest, FindingsAboutOneTableComeInTheSameOrderEveryRun) {
+  const std::string script = kData + "/check_several_flaws.lua";
+  const std::string where = At("check_several_flaws.lua", 6) +
+                            "warning: GetParametersFromChannelTypeId(1), parameter 'Power': ";
+  const std::vector<std::string> expected = {
+      where + "unknown field 'Colour' is ignored",
+      where + "unknown field 'Digit' is ignored (did you mean 'Digits'?)",
+      where + "'Digits' is a float (2.0), not an integer: no decimals",
+      where + "unknown field 'Size' is ignored"};
+  // Lua walks a table's fields in an order that changes from run to run.
+  for (int run = 0; run < 4; ++run) {
+    EXPECT_EQ(Problems(Run({"check-script", script}).out), expected);
+  }
 }
 
 TEST_F(CheckScriptTest, ScriptPrintOutputGoesToStandardError) {

@@ -22,6 +22,10 @@ enum class SkipReason {
   ShowIfFailed,        // the ShowIf function could not be called or raised an error
   RecordDisabled,      // a static-data record whose EnabledProperty is not true
   TextCut,             // a text longer than its character limit
+  MissingField,        // a field the record needs is not there
+  NumericKey,          // a numeric key in a table with named fields, which aborts the read
+  OutOfRange,          // a number of which only the low bits are read
+  DuplicateKey,        // two parameters of one list under the same key
 };
 
 /// The reason in words, as the TRACE lines give it. Inline: check-script, which
@@ -50,6 +54,14 @@ inline const char* SkipReasonText(SkipReason reason) {
       return "record disabled";
     case SkipReason::TextCut:
       return "text cut at its limit";
+    case SkipReason::MissingField:
+      return "missing field";
+    case SkipReason::NumericKey:
+      return "numeric key";
+    case SkipReason::OutOfRange:
+      return "number out of range";
+    case SkipReason::DuplicateKey:
+      return "key given twice";
   }
   return "skipped";
 }
@@ -59,15 +71,18 @@ inline constexpr SkipReason kSkipReasons[] = {
     SkipReason::UnknownField,       SkipReason::WrongValueType, SkipReason::UnknownValueType,
     SkipReason::UnreadableProperty, SkipReason::MissingElement, SkipReason::NarrowProperty,
     SkipReason::WideProperty,       SkipReason::ShowIfHidden,   SkipReason::ShowIfFailed,
-    SkipReason::RecordDisabled,     SkipReason::TextCut};
+    SkipReason::RecordDisabled,     SkipReason::TextCut,        SkipReason::MissingField,
+    SkipReason::NumericKey,         SkipReason::OutOfRange,     SkipReason::DuplicateKey};
 
 /// One thing skipped: of which kind ("parameter", "record", "setting"), under
-/// which key, and why in words.
+/// which key, and why in words; for a field of the record, its path in the
+/// record ("Property.PropertyId", "ShowIf.PropertyIds[2].Type").
 struct Skip {
   SkipReason reason = SkipReason::UnknownField;
   std::string_view subject;
   std::string_view key;
   std::string_view detail;
+  std::string_view field{};
 };
 
 class Diagnostics {

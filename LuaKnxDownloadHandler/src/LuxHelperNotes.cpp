@@ -1,0 +1,148 @@
+// What the script bridge's table readers note for the diagnostics sink, and
+// how the notes reach it. Runs only with a sink.
+
+#include <LuaKnxDownloadHandler/LuxHelper.h>
+
+#include "LuxHelperStack.h"
+
+#include <lua.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace Korvex::luaknxdownloadhandler {
+
+namespace {
+
+std::string IntegerText(long long value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "%lld", value);
+  return text;
+}
+
+// The value on top: its type, and what it holds when that is short.
+std::string Described(lua_State* state) {
+  const int type = lua_type(state, -1);
+  if (type == LUA_TBOOLEAN) {
+    return lua_toboolean(state, -1) != 0 ? "a boolean (true)" : "a boolean (false)";
+  }
+  if (type == LUA_TNIL) return "nil";
+  if (type == LUA_TSTRING) {
+    std::size_t length = 0;
+    const char* data = lua_tolstring(state, -1, &length);
+    std::string text(data, std::min<std::size_t>(length, 40));
+    std::replace(text.begin(), text.end(), '\0', ' ');
+    return "a string ('" + text + "')";
+  }
+  if (type != LUA_TNUMBER || lua_checkstack(state, 1) == 0) {
+    return std::string("a ") + lua_typename(state, type);
+  }
+  // Converted on a copy, so that the value keeps its type.
+  lua_pushvalue(state, -1);
+  std::string text = lua_isinteger(state, -1) != 0 ? "an integer (" : "a float (";
+  text.append(lua_tostring(state, -1)).append(")");
+  lua_pop(state, 1);
+  return text;
+}
+
+}  // namespace
+
+void LuxHelper::Note(SkipReason reason, std::string detail) const {
+  m_notes.push_back({reason, std::move(detail), std::string()});
+}
+
+void LuxHelper::NoteWrongType(const char* field, const char* expected,
+                              const char* consequence) const {
+  m_notes.push_back({SkipReason::WrongValueType,
+                     std::string("'") + field + "' is " + Described(m_luaState) + ", not " +
+                         expected + ": " + consequence,
+                     field});
+}
+
+void LuxHelper::NoteUnknownField(std::string_view field) const {
+  m_notes.push_back(
+      {SkipReason::UnknownField, "'" + std::string(field) + "' is not read", std::string(field)});
+}
+
+void LuxHelper::NoteMissing(const char* field, const char* consequence) const {
+  // A value that is no table is read as an empty one, and noted as what it is.
+  if (!lux::TableOnTop(m_luaState) || lua_checkstack(m_luaState, 1) == 0) return;
+  lua_pushstring(m_luaState, field);
+  if (lua_rawget(m_luaState, -2) == LUA_TNIL) {
+    m_notes.push_back(
+        {SkipReason::MissingField, std::string("no '") + field + "': " + consequence, field});
+  }
+  lua_pop(m_luaState, 1);
+}
+
+void LuxHelper::NoteLowBits(const char* field, std::int64_t value, std::int64_t read,
+                            const char* bits) const {
+  m_notes.push_back({SkipReason::OutOfRange,
+                     std::string("'") + field + "' " + IntegerText(value) + " is read as " +
+                         IntegerText(read) + " (only its low " + bits + " bits count)",
+                     field});
+}
+
+void LuxHelper::NoteWithin(std::size_t mark, std::string field) const {
+  if (field.empty()) {
+    field = lua_isinteger(m_luaState, -2) != 0
+                ? "[" + IntegerText(lua_tointeger(m_luaState, -2)) + "]"
+                : "[?]";
+  }
+  for (std::size_t index = mark; index < m_notes.size(); ++index) {
+    std::string& inner = m_notes[index].field;
+    inner.insert(0, inner.empty() || inner[0] == '[' ? field : field + ".");
+  }
+}
+
+void LuxHelper::NoteDuplicateKeys(const std::vector<LuaParameter>& parameters) const {
+  for (std::size_t first = 0, next = 1; first < parameters.size(); first = next++) {
+    while (next < parameters.size() && parameters[next].key == parameters[first].key) ++next;
+    if (next - first < 2 || parameters[first].key.empty()) continue;
+    Note(SkipReason::DuplicateKey,
+         IntegerText(static_cast<long long>(next - first)) +
+             " parameters have this key: the document lists them in no defined order");
+    ReportNotes(NoteMark() - 1, "parameter", parameters[first].key);
+  }
+}
+
+void LuxHelper::TellNumericKey(const char* table, const char* subject, std::string_view key) const {
+  lua_State* state = m_luaState;
+  if (!lux::TableOnTop(state) || lua_checkstack(state, 3) == 0) return;
+  lua_pushnil(state);
+  while (lua_next(state, -2) != 0) {
+    lua_pop(state, 1);
+    if (lua_type(state, -1) != LUA_TNUMBER) continue;
+    lua_pushvalue(state, -1);
+    const std::string detail =
+        std::string("[") + lua_tostring(state, -1) + "] in " + table + ": the download aborts";
+    lua_pop(state, 2);
+    std::string name(key);
+    // A parameter table is named by its Key, which the walk never gets to read.
+    if (name.empty() && std::string_view(subject) == "parameter") {
+      lua_pushliteral(state, "Key");
+      if (lua_rawget(state, -2) == LUA_TSTRING) name = lua_tostring(state, -1);
+      lua_pop(state, 1);
+    }
+    m_diagnostics->Report({SkipReason::NumericKey, subject, name, detail});
+    return;
+  }
+}
+
+void LuxHelper::TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
+  for (std::size_t index = mark; index < m_notes.size(); ++index) {
+    const PendingSkip& note = m_notes[index];
+    m_diagnostics->Report({note.reason, subject, key, note.detail, note.field});
+  }
+  m_notes.resize(mark);
+}
+
+void LuxHelper::EnterRecord() const {
+  m_diagnostics->Enter(m_recordPath.empty() ? std::string("static data")
+                                            : "static data '" + m_recordPath + "'");
+}
+
+}  // namespace Korvex::luaknxdownloadhandler

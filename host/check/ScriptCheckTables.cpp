@@ -1,0 +1,613 @@
+// The tables the script returns, read by the plug-in's own readers with a sink
+// that turns what they skip into findings; then what only the check judges:
+// the settings the plug-in needs, value type names, ShowIf rules and a call of
+// their function, and whether the download holds the properties named.
+#include "ScriptCheckInternal.h"
+
+#include <LuaKnxDownloadHandler/Rules.h>
+#include <LuaKnxDownloadHandler/ScriptFields.h>
+#include <LuaKnxDownloadHandler/ShowIfArgument.h>
+#include <LuaKnxDownloadHandler/ValueTypes.h>
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace lkdh::host::detail {
+
+namespace {
+
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+namespace lkdh = Korvex::luaknxdownloadhandler;
+
+// Keeps what the readers report while they read one table.
+class Collector final : public lkdh::Diagnostics {
+ public:
+  explicit Collector(std::vector<SkipReport>& reports) : m_reports(reports) {}
+  void Enter(std::string_view slot) override { m_slot.assign(slot); }
+  const std::string& Slot() const noexcept { return m_slot; }
+  void Report(const lkdh::Skip& skip) override {
+    m_reports.push_back({skip.reason, m_slot, std::string(skip.subject), std::string(skip.key),
+                         std::string(skip.detail), std::string(skip.field)});
+  }
+
+ private:
+  std::vector<SkipReport>& m_reports;
+  std::string m_slot;
+};
+
+template <std::size_t N>
+std::vector<std::string> Names(const std::array<std::string_view, N>& names) {
+  return {names.begin(), names.end()};
+}
+
+// The names a misspelt field of that table may have meant.
+std::vector<std::string> KnownFields(const SkipReport& report, const std::string& parent) {
+  const std::string last = parent.substr(std::min(parent.size(), parent.rfind('.') + 1));
+  if (report.subject == "setting" || report.subject[0] == 'U' || last == fields::kProperty ||
+      last == fields::kId || last == fields::kEnabledProperty) {
+    return Names(fields::kPropertyTable);
+  }
+  if (last == fields::kShowIf) return Names(fields::kShowIfTable);
+  if (!parent.empty()) return Names(fields::kShowIfEntryTable);
+  if (report.subject == "record") return Names(fields::kStaticDataTable);
+  return Names(fields::kParameterTable);
+}
+
+bool IsRequiredSetting(const std::string& name) {
+  return std::find(lkdh::kRequiredSettings.begin(), lkdh::kRequiredSettings.end(), name) !=
+         lkdh::kRequiredSettings.end();
+}
+
+// The note's severity: errors lose the parameter or abort the download.
+Severity SeverityOf(const SkipReport& report, const std::string& last) {
+  switch (report.reason) {
+    case SkipReason::NumericKey:
+      return Severity::Error;
+    case SkipReason::WrongValueType:
+      if (report.subject == "setting" && report.field.empty()) {
+        return IsRequiredSetting(report.key) ? Severity::Error : Severity::Warning;
+      }
+      return last == fields::kPropertyId || last == fields::kInterfaceObjectId ||
+                     (last == fields::kType && report.subject == "parameter") ||
+                     last == fields::kFunction
+                 ? Severity::Error
+                 : Severity::Warning;
+    case SkipReason::MissingField:
+      return last == fields::kType && report.subject == "parameter" ? Severity::Error
+                                                                    : Severity::Warning;
+    default:
+      return Severity::Warning;
+  }
+}
+
+// The record names of a static-data path ("Timers/Morning").
+std::vector<std::string> PathParts(const std::string& path) {
+  std::vector<std::string> parts;
+  for (std::size_t start = 0;;) {
+    const std::size_t slash = path.find('/', start);
+    parts.push_back(path.substr(start, slash == std::string::npos ? slash : slash - start));
+    if (slash == std::string::npos) break;
+    start = slash + 1;
+  }
+  return parts;
+}
+
+// A static-data path as findings show it: deep ones keep their two ends.
+std::string ShownPath(const std::string& path) {
+  const std::vector<std::string> parts = PathParts(path);
+  if (parts.size() <= 6) return path;
+  return parts[0] + "/" + parts[1] + "/.../" + parts[parts.size() - 2] + "/" + parts.back();
+}
+
+// The record of a path nested past the limit that contains itself: the path up
+// to the first repeat of the names that then repeat to its end; empty when
+// they do not.
+std::string CyclicRecord(const std::string& path) {
+  const std::vector<std::string> parts = PathParts(path);
+  const std::size_t count = parts.size();
+  for (std::size_t period = 1; period <= 16 && 3 * period <= count; ++period) {
+    std::size_t start = count - period;
+    while (start > 0 && parts[start - 1] == parts[start - 1 + period]) --start;
+    if (count - start < 3 * period) continue;
+    std::string record;
+    for (std::size_t index = 0; index < start + period; ++index) {
+      record += (index == 0 ? "" : "/") + parts[index];
+    }
+    return record;
+  }
+  return std::string();
+}
+
+// The record path a slot names: "static data 'Timers/Morning'" gives Timers/Morning.
+std::string SlotPath(const std::string& slot) {
+  const std::size_t quote = slot.find('\'');
+  return quote == std::string::npos ? std::string()
+                                    : slot.substr(quote + 1, slot.size() - quote - 2);
+}
+
+// The values of a ShowIf function's arguments: from the dump, or zero values without one.
+struct DumpShowIfSource {
+  const DumpAccess* dump;
+  Element element;
+  std::uint8_t nameLimit;
+  std::uint8_t textLimit;
+
+  template <typename Value>
+  using Read = std::optional<Value> (DumpAccess::*)(PropertyAddress, Element) const;
+  template <typename Value>
+  std::optional<Value> Get(Read<Value> read, PropertyInfo id) const {
+    if (dump == nullptr) return std::nullopt;
+    return (dump->*read)({id.InterfaceObjectId, id.PropertyId}, element);
+  }
+
+  std::optional<bool> Bool(PropertyInfo id) const { return Get(&DumpAccess::Bool, id); }
+  std::optional<std::uint8_t> UInt8(PropertyInfo id) const { return Get(&DumpAccess::UInt8, id); }
+  std::optional<std::uint16_t> UInt16(PropertyInfo id) const {
+    return Get(&DumpAccess::UInt16, id);
+  }
+  std::optional<std::uint32_t> UInt32(PropertyInfo id) const {
+    return Get(&DumpAccess::UInt32, id);
+  }
+  std::optional<float> Float16(PropertyInfo id) const { return Get(&DumpAccess::Float16, id); }
+  std::optional<float> Float32(PropertyInfo id) const { return Get(&DumpAccess::Float32, id); }
+  std::string Text(PropertyInfo id) const { return MemoryText(id, textLimit, ""); }
+  std::string Name(PropertyInfo id) const {
+    return MemoryText(id, nameLimit, lkdh::kShowIfNameDefault);
+  }
+  std::string Generic20(PropertyInfo id) const {
+    return dump != nullptr ? dump->PropertyText({id.InterfaceObjectId, id.PropertyId}, element, "")
+                           : std::string();
+  }
+  std::string MemoryText(PropertyInfo id, std::uint8_t limit, const std::string& fallback) const {
+    return dump != nullptr
+               ? dump->MemoryText({id.InterfaceObjectId, id.PropertyId}, element, limit, fallback)
+               : fallback;
+  }
+};
+
+// ", parameter 'State'", or for a parameter without key ", a parameter without Key".
+std::string ParameterWhere(const std::string& key) {
+  return key.empty() ? ", a parameter without Key" : ", parameter '" + key + "'";
+}
+
+// Whether the readers noted that field of the parameter.
+bool Noted(const std::vector<SkipReport>& reports, const std::string& key, std::string_view field) {
+  return std::any_of(reports.begin(), reports.end(), [&](const SkipReport& report) {
+    return report.subject == "parameter" && report.key == key && report.field == field;
+  });
+}
+
+// For a missing field, the unknown field of the same table that misspells it;
+// for an unknown field, the missing field it misspells: one mistake, told once.
+const SkipReport* Misspelling(const SkipReport& report, const std::vector<SkipReport>& reports) {
+  const bool missing = report.reason == SkipReason::MissingField;
+  if (!missing && report.reason != SkipReason::UnknownField) return nullptr;
+  const std::size_t dot = report.field.rfind('.');
+  const std::string parent = dot == std::string::npos ? "" : report.field.substr(0, dot + 1);
+  for (const SkipReport& other : reports) {
+    if (other.reason != (missing ? SkipReason::UnknownField : SkipReason::MissingField) ||
+        other.slot != report.slot || other.key != report.key || other.field.rfind(parent, 0) != 0 ||
+        other.field.find('.', parent.size()) != std::string::npos) {
+      continue;
+    }
+    const std::string name = (missing ? report : other).field.substr(parent.size());
+    const std::string unknown = (missing ? other : report).field.substr(parent.size());
+    if (ClosestName(unknown, {name}) == name) return &other;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+// --- The plug-in's readers ---------------------------------------------------------
+
+template <typename Read>
+bool Checker::ReadTable(const Context& context, std::vector<SkipReport>& reports, Read&& read) {
+  Collector collector(reports);
+  m_lua.SetDiagnostics(&collector);
+  std::string failure;
+  try {
+    read();
+  } catch (const std::exception& error) {
+    // A numeric key stops lua_next with an error outside any call, as in a download.
+    failure = error.what();
+  }
+  m_lua.SetDiagnostics(nullptr);
+  if (failure.empty()) return true;
+  const bool told = std::any_of(reports.begin(), reports.end(), [](const SkipReport& report) {
+    return report.reason == SkipReason::NumericKey;
+  });
+  const std::string path = SlotPath(collector.Slot());
+  const std::string cyclic = CyclicRecord(path);
+  if (!told && failure.rfind("Static data of the script is nested deeper", 0) == 0) {
+    if (!cyclic.empty()) {
+      Report(Severity::Error, context.With(", entry '" + ShownPath(cyclic) + "'"),
+             "contains itself through SubData: the nesting never ends and the download would "
+             "abort");
+    } else {
+      Report(Severity::Error, context.With(", entry '" + ShownPath(path) + "'"),
+             "SubData is nested deeper than " + std::to_string(lkdh::kMaxStaticDataDepth) +
+                 " levels: the download would abort");
+    }
+  } else if (!told) {
+    Report(Severity::Error, context, "the plug-in cannot read the table: " + failure);
+  }
+  return false;
+}
+
+void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>& reports,
+                          const std::map<std::string, Place>& showIfPlaces) {
+  // The readers report in the order of lua_next, which changes from run to run.
+  std::vector<const SkipReport*> ordered;
+  for (const SkipReport& report : reports) ordered.push_back(&report);
+  std::stable_sort(ordered.begin(), ordered.end(), [](const SkipReport* a, const SkipReport* b) {
+    return std::tie(a->slot, a->key, a->field, a->detail) <
+           std::tie(b->slot, b->key, b->field, b->detail);
+  });
+  for (const SkipReport* next : ordered) {
+    const SkipReport& report = *next;
+    const SkipReport* misspelling = Misspelling(report, reports);
+    if (misspelling != nullptr && report.reason == SkipReason::MissingField) continue;
+    const std::size_t dot = report.field.rfind('.');
+    const std::string parent =
+        dot == std::string::npos ? std::string() : report.field.substr(0, dot);
+    std::string last = report.field.substr(dot == std::string::npos ? 0 : dot + 1);
+    if (const std::size_t bracket = last.find('['); bracket != std::string::npos) last.clear();
+    Context at = context;
+    const std::string path = SlotPath(report.slot);
+    if (report.subject == "parameter") {
+      if (!path.empty()) at = at.With(", entry '" + ShownPath(path) + "'");
+      at = at.With(ParameterWhere(report.key));
+      if (const int line = KeyLine(at.place.file, report.key); line != 0) at.place.line = line;
+      // Findings about a ShowIf rule point at its function, as the check's own do.
+      const auto place = showIfPlaces.find(path + "\x1f" + report.key);
+      if (report.field.rfind("ShowIf", 0) == 0 && place != showIfPlaces.end()) {
+        at = at.At(place->second);
+      }
+    } else if (report.subject == "record") {
+      const std::string record = path.empty() ? report.key : path;
+      if (!record.empty()) at = at.With(", entry '" + ShownPath(record) + "'");
+    } else if (report.subject == "setting" && !report.field.empty()) {
+      at = at.With(", setting '" + report.key + "'");
+    }
+    std::string message = parent.empty() ? std::string() : parent + ": ";
+    if (report.reason == SkipReason::NumericKey) {
+      message += "numeric key " + report.detail;
+    } else if (report.reason == SkipReason::UnknownField) {
+      const std::string field = report.field.substr(dot == std::string::npos ? 0 : dot + 1);
+      const std::string suggestion = ClosestName(field, KnownFields(report, parent));
+      message += "unknown field '" + field + "' is ignored" +
+                 (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)");
+      if (misspelling != nullptr) {
+        // The consequence of the field it misspells: "no 'Type': the entry gives no argument".
+        message += misspelling->detail.substr(misspelling->detail.find("': ") + 1);
+      }
+    } else if (report.subject == "setting" && report.field.empty() &&
+               report.reason == SkipReason::WrongValueType) {
+      message += "setting '" + report.key + "': " + report.detail +
+                 (IsRequiredSetting(report.key) ? ", so no document is written" : "");
+    } else {
+      message += report.detail;
+    }
+    Report(misspelling != nullptr ? SeverityOf(*misspelling, misspelling->field.substr(dot + 1))
+                                  : SeverityOf(report, last),
+           at, message);
+  }
+}
+
+void Checker::CheckAddress(PropertyAddress address, const Context& context, const std::string& what,
+                           const std::string& consequence) {
+  if (!m_dump) return;
+  const std::string why = m_dump->WhyMissing(address);
+  if (why.empty()) return;
+  Report(Severity::Warning, context,
+         what + " (interface object " + std::to_string(address.object) + ", property " +
+             std::to_string(address.property) + ") is not in the download: " + why + consequence);
+}
+
+int Checker::KeyLine(const std::string& file, const std::string& key) {
+  if (file.empty() || key.empty()) return 0;
+  const auto found = m_keyLines.find({file, key});
+  if (found != m_keyLines.end()) return found->second;
+  const int line = LineNamingKey(file, key);
+  m_keyLines.emplace(std::make_pair(file, key), line);
+  return line;
+}
+
+// --- Settings ------------------------------------------------------------------------
+
+PropertyAddress Checker::Setting(const std::string& name) const {
+  const auto found = m_settings.find(name);
+  return found != m_settings.end() ? found->second : PropertyAddress{};
+}
+
+bool Checker::CallForTable(const Context& context, Severity severity, const std::string& readAs) {
+  const CallResult result = CallGlobal(context.call.c_str(), context.arguments);
+  if (!result.Ok()) {
+    ReportFailure(context, result, "", WhenItFails(context.call));
+    return false;
+  }
+  if (lua_type(m_state, -1) == LUA_TTABLE) return true;
+  Report(severity, context, "returns " + Describe(-1) + ", not a table: " + readAs);
+  lua_pop(m_state, 1);
+  return false;
+}
+
+void Checker::CheckPropertyIds() {
+  if (!Present(kGetPropertyIds)) return;
+  const Context context = ContextFor(kGetPropertyIds, {});
+  if (!CallForTable(context, Severity::Error, WhenItFails(kGetPropertyIds))) return;
+  std::vector<SkipReport> reports;
+  std::map<std::string, PropertyInfo> settings;
+  ReadTable(context, reports, [&] { settings = m_lua.InGetPropertyIds(); });
+  lua_settop(m_state, 0);
+  ReportSkips(context, reports);
+  // Named: what the plug-in read, and what it left out as no property table.
+  std::set<std::string> named;
+  for (const auto& [name, info] : settings) {
+    named.insert(name);
+    m_settings[name] = Address(info);
+    CheckAddress(Address(info), context.With(", setting '" + name + "'"), "its property", "");
+  }
+  for (const SkipReport& report : reports) {
+    if (report.subject == "setting" && !report.key.empty()) named.insert(report.key);
+  }
+  const std::vector<std::string> names(lkdh::kSettingNames.begin(), lkdh::kSettingNames.end());
+  for (const std::string& name : named) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    const std::string suggestion = ClosestName(name, names);
+    if (!suggestion.empty() && named.count(suggestion) == 0) {
+      Report(
+          Severity::Warning, context,
+          "setting '" + name + "' is not read by the plug-in (did you mean '" + suggestion + "'?)");
+    } else {
+      Report(Severity::Info, context, "setting '" + name + "' is not read by the plug-in");
+    }
+  }
+  for (const std::string& name : names) {
+    if (named.count(name) != 0) continue;
+    if (IsRequiredSetting(name)) {
+      const char* when = name == "MaxFunctionPerFolder" ? " when there are folders" : "";
+      Report(Severity::Error, context,
+             "setting '" + name +
+                 "' is missing: the limit is read at the zero address (interface object 0, "
+                 "property 0), and without a value there no document is written" +
+                 when);
+    } else {
+      Report(Severity::Warning, context,
+             "setting '" + name +
+                 "' is missing: read at the zero address (interface object 0, property 0)");
+    }
+  }
+}
+
+// The text limits of the download, for the ShowIf arguments that read texts.
+void Checker::ReadLimits() {
+  if (!m_dump) return;
+  m_nameLimit = m_dump->UInt8(Setting("MaxNameCharCount"), std::nullopt).value_or(0);
+  m_textLimit = m_dump->UInt8(Setting("MaxTextCharCount"), std::nullopt).value_or(0);
+}
+
+void Checker::CheckDcsType() {
+  if (!Present(kHandleDcsType)) return;
+  std::vector<std::int64_t> values;
+  if (m_dump) {
+    values.push_back(lkdh::ScriptDcsType(
+        m_dump->UInt8(Setting("DcsType"), std::nullopt).value_or(0),
+        m_dump->Bool(Setting("UseDcsFloorcall"), std::nullopt).value_or(false)));
+  } else {
+    for (std::int64_t type = 0; type <= 255; ++type) values.push_back(type);
+  }
+  for (const std::int64_t type : values) {
+    const CallResult result = CallGlobal(kHandleDcsType, {type}, 0);
+    // Without a dump the values are guesses; a type the device never sends is no error.
+    ReportFailure(ContextFor(kHandleDcsType, {type}), result, "", WhenItFails(kHandleDcsType),
+                  m_dump ? Severity::Error : Severity::Warning);
+  }
+  if (!m_dump) CallGlobal(kHandleDcsType, {0}, 0);
+}
+
+// --- Parameters and ShowIf -------------------------------------------------------------
+
+// The list at the top, read as the plug-in reads it; popped. Each ShowIf
+// function is called with the arguments of each source.
+std::vector<LuaParameter> Checker::CheckParameterList(const Context& context,
+                                                      const std::vector<ArgumentSource>& sources) {
+  std::vector<SkipReport> reports;
+  std::vector<LuaParameter> parameters;
+  const int top = lua_gettop(m_state) - 1;
+  ReadTable(context, reports, [&] { parameters = m_lua.GetLuaParameters(); });
+  lua_settop(m_state, std::max(top, 0));
+  std::map<std::string, Place> showIfPlaces;
+  AddShowIfPlaces(parameters, "", showIfPlaces);
+  ReportSkips(context, reports, showIfPlaces);
+  for (const LuaParameter& parameter : parameters) {
+    const Context at = ParameterContext(context, parameter);
+    CheckParameter(parameter, at, reports);
+    CheckShowIf(parameter, at, sources, reports);
+  }
+  return parameters;
+}
+
+Context Checker::ParameterContext(const Context& context, const LuaParameter& parameter) {
+  Context at = context.With(ParameterWhere(parameter.key));
+  if (const int line = KeyLine(at.place.file, parameter.key); line != 0) at.place.line = line;
+  return at;
+}
+
+// What the readers cannot tell: whether a writer knows the value type, and
+// whether the download holds the property.
+void Checker::CheckParameter(const LuaParameter& parameter, const Context& at,
+                             const std::vector<SkipReport>& reports) {
+  // A missing or wrong-typed Type is a note of the readers already.
+  if (!Noted(reports, parameter.key, fields::kType) &&
+      lkdh::FindValueType(parameter.type) == nullptr) {
+    Report(Severity::Error, at,
+           UnknownValueType(parameter.type) + ": the parameter is silently left out");
+  }
+  CheckAddress(Address(parameter.property), at, "Property", "");
+}
+
+std::string Checker::UnknownValueType(const std::string& type) const {
+  std::vector<std::string> names;
+  for (const auto& known : lkdh::kValueTypes) names.emplace_back(known.name);
+  const std::string suggestion = ClosestName(type, names);
+  return "unknown value type '" + type + "'" +
+         (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)");
+}
+
+ovslua::Lua::Args Checker::ShowIfArguments(const LuaParameter& parameter,
+                                           const ArgumentSource& source) const {
+  const DumpShowIfSource values{source.fromDump && m_dump ? &*m_dump : nullptr, source.element,
+                                m_nameLimit, m_textLimit};
+  ovslua::Lua::Args arguments;
+  for (const auto& entry : parameter.showIf.propertyIds) {
+    if (const auto* info = lkdh::FindValueType(entry.type)) {
+      lkdh::AppendShowIfArgument(arguments, info->type, values, entry.id);
+    }
+  }
+  return arguments;
+}
+
+// The rule as the plug-in read it, and a call of its function for each source.
+void Checker::CheckShowIf(const LuaParameter& parameter, const Context& parameterContext,
+                          const std::vector<ArgumentSource>& sources,
+                          const std::vector<SkipReport>& reports) {
+  const auto& rule = parameter.showIf;
+  Context context = parameterContext;
+  if (rule.functionRef != 0) {
+    lua_rawgeti(m_state, LUA_REGISTRYINDEX, rule.functionRef);
+    context = context.At(DefinitionOf(-1));
+    lua_pop(m_state, 1);
+  }
+  // A Function or PropertyIds of the wrong type is a note of the readers already.
+  if (rule.functionRef == 0) {
+    if (!rule.propertyIds.empty() && !Noted(reports, parameter.key, "ShowIf.Function")) {
+      Report(Severity::Error, context,
+             "ShowIf has PropertyIds but no Function: the plug-in calls an invalid reference and "
+             "always hides the parameter");
+    }
+    return;
+  }
+  if (rule.propertyIds.empty()) {
+    if (Noted(reports, parameter.key, "ShowIf.PropertyIds")) return;
+    Report(Severity::Warning, context,
+           "ShowIf has a Function but no PropertyIds: the function is never called and the "
+           "parameter is always shown");
+    return;
+  }
+  for (std::size_t index = 0; index < rule.propertyIds.size(); ++index) {
+    const auto& entry = rule.propertyIds[index];
+    const std::string prefix = "ShowIf PropertyIds entry [" + std::to_string(index + 1) + "]: ";
+    const auto* info = lkdh::FindValueType(entry.type);
+    if (info != nullptr && !info->showIfArgument) {
+      Report(Severity::Warning, context,
+             prefix + "a '" + std::string(info->name) +
+                 "' entry passes no argument (a later one takes its place)");
+    } else if (info == nullptr && !entry.type.empty()) {
+      Report(Severity::Error, context,
+             prefix + UnknownValueType(entry.type) +
+                 ": the entry passes no argument (a later one takes its place)");
+    }
+    CheckAddress(Address(entry.id), context, prefix + "Id", "");
+  }
+  for (const ArgumentSource& source : sources) {
+    const ovslua::Lua::Args arguments = ShowIfArguments(parameter, source);
+    EnsureStack(static_cast<int>(arguments.Count()) + 1);
+    lua_rawgeti(m_state, LUA_REGISTRYINDEX, rule.functionRef);
+    m_lua.PushArguments(arguments);
+    const CallResult result = ProtectedCall(static_cast<int>(arguments.Count()), 1);
+    if (!result.Ok()) {
+      ReportFailure(context, result, "ShowIf function ", "the parameter is hidden");
+      continue;
+    }
+    const int returned = lua_type(m_state, -1);
+    if (returned == LUA_TNIL) {
+      Report(Severity::Warning, context,
+             "ShowIf function returns nil, not a boolean: read as false, so the parameter is "
+             "hidden");
+    } else if (returned != LUA_TBOOLEAN) {
+      Report(Severity::Warning, context,
+             "ShowIf function returns " + Describe(-1) +
+                 ", not a boolean: read as true, so the parameter is shown");
+    }
+    lua_pop(m_state, 1);
+  }
+  luaL_unref(m_state, LUA_REGISTRYINDEX, rule.functionRef);
+}
+
+void Checker::AddShowIfPlaces(const std::vector<LuaParameter>& parameters, const std::string& path,
+                              std::map<std::string, Place>& places) const {
+  for (const LuaParameter& parameter : parameters) {
+    if (parameter.showIf.functionRef == 0) continue;
+    lua_rawgeti(m_state, LUA_REGISTRYINDEX, parameter.showIf.functionRef);
+    places.emplace(path + "\x1f" + parameter.key, DefinitionOf(-1));
+    lua_pop(m_state, 1);
+  }
+}
+
+void Checker::AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records,
+                                    const std::string& parent,
+                                    std::map<std::string, Place>& places) const {
+  for (const LuxStaticData& record : records) {
+    const std::string path = parent.empty() ? record.name : parent + "/" + record.name;
+    AddShowIfPlaces(record.parameters, path, places);
+    AddStaticShowIfPlaces(record.subData, path, places);
+  }
+}
+
+// The URN selector of the channel type, as the plug-in's query reads it.
+PropertyAddress Checker::CheckSelector(const Context& context, std::uint32_t type) {
+  std::vector<SkipReport> reports;
+  PropertyInfo selector;
+  ReadTable(context, reports, [&] { selector = m_lua.GetPropertyIndexForUrns(type); });
+  ReportSkips(context, reports);
+  CheckAddress(Address(selector), context, "the URN selector", "");
+  return Address(selector);
+}
+
+// --- Static data ---------------------------------------------------------------------
+
+void Checker::CheckStaticData() {
+  if (!Present(kGetStaticData)) return;
+  const Context context = ContextFor(kGetStaticData, {});
+  if (!CallForTable(context, Severity::Warning, "read as no static data")) return;
+  std::vector<SkipReport> reports;
+  std::vector<LuxStaticData> records;
+  const bool read = ReadTable(context, reports, [&] { records = m_lua.InGetStaticData(); });
+  lua_settop(m_state, 0);
+  std::map<std::string, Place> showIfPlaces;
+  AddStaticShowIfPlaces(records, "", showIfPlaces);
+  ReportSkips(context, reports, showIfPlaces);
+  if (read) CheckStaticRecords(records, context, "", reports);
+}
+
+void Checker::CheckStaticRecords(const std::vector<LuxStaticData>& records, const Context& context,
+                                 const std::string& parent,
+                                 const std::vector<SkipReport>& reports) {
+  for (const LuxStaticData& record : records) {
+    const std::string path = parent.empty() ? record.name : parent + "/" + record.name;
+    const Context entry = context.With(", entry '" + ShownPath(path) + "'");
+    if (record.enabledProperty) {
+      CheckAddress(Address(*record.enabledProperty), entry, "EnabledProperty",
+                   ": the entry and everything in it are left out");
+    }
+    auto& types = m_knowledge.staticParameterTypes[path];
+    for (const LuaParameter& parameter : record.parameters) {
+      types.emplace(parameter.key, parameter.type);
+      const Context at = ParameterContext(entry, parameter);
+      CheckParameter(parameter, at, reports);
+      CheckShowIf(parameter, at, {{m_dump.has_value(), std::nullopt}}, reports);
+    }
+    CheckStaticRecords(record.subData, context, path, reports);
+  }
+}
+
+}  // namespace lkdh::host::detail
