@@ -122,23 +122,19 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
     if (m_diagnostics != nullptr) TellNotes(mark, subject, key);
   }
   void TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const;
-  // The notes below are new since the interface was fixed; hidden, so that
-  // the shared object exports what it always has.
   /// The field of the table on top, which the record needs, when it lacks it.
-  [[gnu::visibility("hidden")]] void NoteMissing(const char* field, const char* consequence) const;
+  void NoteMissing(const char* field, const char* consequence) const;
   /// A number of which only the low bits are read.
-  [[gnu::visibility("hidden")]] void NoteLowBits(const char* field, std::int64_t value,
-                                                 std::int64_t read, const char* bits) const;
+  void NoteLowBits(const char* field, std::int64_t value, std::int64_t read,
+                   const char* bits) const;
   /// Puts the field that holds them before the fields of the notes since mark;
   /// an empty field: the list index at -2 of the walk at hand.
-  [[gnu::visibility("hidden")]] void NoteWithin(std::size_t mark, std::string field) const;
+  void NoteWithin(std::size_t mark, std::string field) const;
   /// Reports the keys that more than one of the sorted parameters have.
-  [[gnu::visibility("hidden")]] void NoteDuplicateKeys(
-      const std::vector<LuaParameter>& parameters) const;
+  void NoteDuplicateKeys(const std::vector<LuaParameter>& parameters) const;
   /// A numeric key ends the walk of a table with named fields with an error:
   /// told at once, since the notes of the record never are.
-  [[gnu::visibility("hidden")]] void TellNumericKey(const char* table, const char* subject,
-                                                    std::string_view key) const;
+  void TellNumericKey(const char* table, const char* subject, std::string_view key) const;
   std::size_t NoteMark() const noexcept { return m_notes.size(); }
   void EnterRecord() const;
 
@@ -146,11 +142,6 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
     SkipReason reason;
     std::string detail;
     std::string field;  // its path in the record, for a field
-    // Hidden for the reason above: with the field it is no longer inlined everywhere.
-    PendingSkip() = default;
-    PendingSkip(PendingSkip&&) = default;
-    PendingSkip& operator=(PendingSkip&&) = default;
-    [[gnu::visibility("hidden")]] ~PendingSkip() = default;
   };
 
   bool m_loaded = false;
