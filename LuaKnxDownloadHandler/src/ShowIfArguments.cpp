@@ -1,7 +1,6 @@
 #include <LuaKnxDownloadHandler/ShowIfArguments.h>
 
 #include <LuaKnxDownloadHandler/Rules.h>
-#include <LuaKnxDownloadHandler/ShowIfArgument.h>
 #include <LuaKnxDownloadHandler/ValueTypes.h>
 
 #include <fmt/format.h>
@@ -12,24 +11,52 @@ namespace Korvex::luaknxdownloadhandler::detail {
 
 namespace {
 
-// The values a ShowIf function gets, read from the value source.
-struct ShowIfSource {
-  const ValueSource& source;
-
-  boost::optional<bool> Bool(PropertyInfo id) const { return source.Bool(id); }
-  boost::optional<unsigned char> UInt8(PropertyInfo id) const { return source.UInt8(id); }
-  boost::optional<unsigned short> UInt16(PropertyInfo id) const { return source.UInt16(id); }
-  boost::optional<unsigned int> UInt32(PropertyInfo id) const { return source.UInt32(id); }
-  boost::optional<float> Float16(PropertyInfo id) const { return source.Float16(id); }
-  boost::optional<float> Float32(PropertyInfo id) const { return source.Float32(id); }
-  std::string Text(PropertyInfo id) const {
-    return source.MemoryString(id, source.Limits().text, {});
+// Appends the entry's argument by its value type; "Url" gives none.
+void AppendShowIfArgument(ovslua::Lua::Args& args, ValueType type, const ValueSource& source,
+                          PropertyInfo id) {
+  using Arg = ovslua::Lua::Args::Arg;
+  switch (type) {
+    case ValueType::Bool:
+      args += Arg::FromBool(source.Bool(id).value_or(false));
+      break;
+    case ValueType::Int8:
+      // signed char, not char: char is unsigned on the ARM target.
+      args += Arg::FromInt(static_cast<signed char>(source.UInt8(id).value_or(0)));
+      break;
+    case ValueType::Int16:
+      args += Arg::FromInt(static_cast<short>(source.UInt16(id).value_or(0)));
+      break;
+    case ValueType::Int32:
+      args += Arg::FromInt(static_cast<int>(source.UInt32(id).value_or(0U)));
+      break;
+    case ValueType::UInt8:
+      args += Arg::FromInt(source.UInt8(id).value_or(0));
+      break;
+    case ValueType::UInt16:
+      args += Arg::FromInt(source.UInt16(id).value_or(0));
+      break;
+    case ValueType::UInt32:
+      args += Arg::FromUnsigned(source.UInt32(id).value_or(0U));
+      break;
+    case ValueType::Float16:
+      args += Arg::FromDouble(static_cast<double>(source.Float16(id).value_or(0.0F)));
+      break;
+    case ValueType::Float32:
+      args += Arg::FromDouble(static_cast<double>(source.Float32(id).value_or(0.0F)));
+      break;
+    case ValueType::Text:
+      args += Arg::FromString(source.MemoryString(id, source.Limits().text, {}));
+      break;
+    case ValueType::Name:
+      args += Arg::FromString(source.MemoryString(id, source.Limits().name, kShowIfNameDefault));
+      break;
+    case ValueType::Generic20:
+      args += Arg::FromString(source.PropertyString(id, {}));
+      break;
+    case ValueType::Url:
+      break;
   }
-  std::string Name(PropertyInfo id) const {
-    return source.MemoryString(id, source.Limits().name, kShowIfNameDefault);
-  }
-  std::string Generic20(PropertyInfo id) const { return source.PropertyString(id, {}); }
-};
+}
 
 }  // namespace
 
@@ -60,7 +87,7 @@ ovslua::Lua::Args MakeShowIfArgs(const std::vector<LuaParameterShowIfPropertyIds
       source.CheckRead(id, *info, limit, *diagnostics,
                        {SkipReason::UnknownField, "parameter", key, prefix});
     }
-    AppendShowIfArgument(args, info->type, ShowIfSource{source}, id);
+    AppendShowIfArgument(args, info->type, source, id);
   }
   return args;
 }
