@@ -14,10 +14,13 @@ namespace lkdh::host::detail {
 void Checker::CheckChannelTypes() {
   std::set<std::int64_t> types;
   if (m_dump) {
-    const PropertyAddress channelTypes = Setting("ChannelType");
-    const std::uint32_t count = m_dump->ElementCount(channelTypes).value_or(0);
+    const PropertyInfo channelTypes = Setting("ChannelType");
+    const KnxStack::IProperty* property =
+        Korvex::luaknxdownloadhandler::detail::FindProperty(channelTypes, m_dump->interfaceObjects);
+    std::uint32_t count = 0;
+    if (property == nullptr || !property->GetElementCount(count)) count = 0;
     for (std::uint32_t slot = 0; slot < count; ++slot) {
-      const std::uint8_t type = m_dump->UInt8(channelTypes, slot).value_or(0);
+      const std::uint8_t type = Values(slot).UInt8(channelTypes).value_or(0);
       if (type == 0) continue;
       m_knowledge.slotChannelTypes[slot] = type;
       types.insert(type);
@@ -113,14 +116,14 @@ bool Checker::CheckParameters(std::int64_t type) {
   const bool any = lua_next(m_state, -2) != 0;
   if (any) lua_pop(m_state, 2);
 
-  std::vector<ArgumentSource> sources;
+  std::vector<Slot> slots;
   if (m_dump) {
-    for (const std::uint32_t slot : SlotsOf(type)) sources.push_back({true, slot});
+    for (const std::uint32_t slot : SlotsOf(type)) slots.emplace_back(slot);
   } else {
-    sources.push_back({false, std::nullopt});
+    slots.emplace_back(std::nullopt);
   }
   auto& types = m_knowledge.functionParameterTypes[static_cast<std::uint32_t>(type)];
-  for (const LuaParameter& parameter : CheckParameterList(context, sources)) {
+  for (const LuaParameter& parameter : CheckParameterList(context, slots)) {
     types.emplace(parameter.key, parameter.type);
   }
   return any;

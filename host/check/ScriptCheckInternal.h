@@ -2,12 +2,13 @@
 // Shared by the files of the script check: the checker, which runs every check
 // on one interpreter, and the types its checks pass between them.
 
-#include "DumpAccess.h"
+#include "DownloadDump.h"
 #include "Findings.h"
 #include "ScriptCheck.h"
 
 #include <LuaKnxDownloadHandler/LuxHelper.h>
 #include <LuaKnxDownloadHandler/ScriptFunctions.h>
+#include <LuaKnxDownloadHandler/ValueSource.h>
 
 #include <ovslua/Lua.h>
 
@@ -34,6 +35,7 @@ using Korvex::luaknxdownloadhandler::LuaParameter;
 using Korvex::luaknxdownloadhandler::LuxStaticData;
 using Korvex::luaknxdownloadhandler::PropertyInfo;
 using Korvex::luaknxdownloadhandler::SkipReason;
+using Korvex::luaknxdownloadhandler::detail::ValueSource;
 
 // The plug-in's own script bridge: its interpreter set-up (standard libraries,
 // source text only, the panic handler) and its table readers, which read the
@@ -99,18 +101,13 @@ struct CallResult {
   bool Ok() const noexcept { return status == Status::Ok; }
 };
 
-// Where ShowIf arguments come from: the dump's values of one slot (or of the
-// whole property for static data), or zero values without a dump.
-struct ArgumentSource {
-  bool fromDump = false;
-  Element element;
-};
+// Which values are read: one function slot's elements of array properties, or
+// whole properties (static data, settings).
+using Slot = std::optional<std::uint32_t>;
 
 class Checker {
  public:
-  explicit Checker(const ScriptCheckInput& input) : m_input(input) {
-    if (input.dump != nullptr) m_dump.emplace(*input.dump);
-  }
+  explicit Checker(const ScriptCheckInput& input) : m_input(input), m_dump(input.dump) {}
 
   ScriptCheckResult Run();
 
@@ -154,11 +151,10 @@ class Checker {
                        std::map<std::string, Place>& places) const;
   void AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records, const std::string& parent,
                              std::map<std::string, Place>& places) const;
-  void CheckAddress(PropertyAddress address, const Context& context, const std::string& what,
+  void CheckAddress(PropertyInfo info, const Context& context, const std::string& what,
                     const std::string& consequence);
-  PropertyAddress Address(const PropertyInfo& info) const {
-    return {info.InterfaceObjectId, info.PropertyId};
-  }
+  // The dump's values as the plug-in reads them.
+  ValueSource Values(Slot slot) const;
 
   // --- Global functions (ScriptCheck.cpp) -----------------------------------------
 
@@ -168,7 +164,7 @@ class Checker {
 
   // --- Settings and door communication (ScriptCheckTables.cpp) ---------------------
 
-  PropertyAddress Setting(const std::string& name) const;
+  PropertyInfo Setting(const std::string& name) const;
   void CheckPropertyIds();
   void ReadLimits();
   void CheckDcsType();
@@ -194,21 +190,18 @@ class Checker {
   // --- Parameters, ShowIf and static data (ScriptCheckTables.cpp) -----------------
 
   std::vector<LuaParameter> CheckParameterList(const Context& context,
-                                               const std::vector<ArgumentSource>& sources);
+                                               const std::vector<Slot>& slots);
   Context ParameterContext(const Context& context, const LuaParameter& parameter);
   void CheckParameter(const LuaParameter& parameter, const Context& at,
                       const std::vector<SkipReport>& reports);
   std::string UnknownValueType(const std::string& type) const;
   void CheckShowIf(const LuaParameter& parameter, const Context& context,
-                   const std::vector<ArgumentSource>& sources,
-                   const std::vector<SkipReport>& reports);
+                   const std::vector<Slot>& slots, const std::vector<SkipReport>& reports);
   int KeyLine(const std::string& file, const std::string& key);
-  PropertyAddress CheckSelector(const Context& context, std::uint32_t type);
+  PropertyInfo CheckSelector(const Context& context, std::uint32_t type);
   void CheckStaticData();
   void CheckStaticRecords(const std::vector<LuxStaticData>& records, const Context& context,
                           const std::string& parent, const std::vector<SkipReport>& reports);
-  ovslua::Lua::Args ShowIfArguments(const LuaParameter& parameter,
-                                    const ArgumentSource& source) const;
 
   // Declared before the interpreter, whose count hook uses it until it is closed.
   Budget m_budget;
@@ -216,15 +209,14 @@ class Checker {
   lua_State* m_state = nullptr;
 
   ScriptCheckInput m_input;
-  std::optional<DumpAccess> m_dump;
+  const DownloadDump* m_dump;
   FindingList m_findings;
   FindingList* m_sink = &m_findings;
   ScriptKnowledge m_knowledge;
 
-  std::map<std::string, Place> m_definitions;         // the global functions present
-  std::map<std::string, PropertyAddress> m_settings;  // as the plug-in reads them
-  std::uint8_t m_nameLimit = 0;
-  std::uint8_t m_textLimit = 0;
+  std::map<std::string, Place> m_definitions;      // the global functions present
+  std::map<std::string, PropertyInfo> m_settings;  // as the plug-in reads them
+  Korvex::luaknxdownloadhandler::detail::TextLimits m_limits;
   std::map<std::pair<std::string, std::string>, int> m_keyLines;  // LineNamingKey, once each
 };
 

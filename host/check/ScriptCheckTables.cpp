@@ -6,7 +6,7 @@
 
 #include <LuaKnxDownloadHandler/Rules.h>
 #include <LuaKnxDownloadHandler/ScriptFields.h>
-#include <LuaKnxDownloadHandler/ShowIfArgument.h>
+#include <LuaKnxDownloadHandler/ShowIfArguments.h>
 #include <LuaKnxDownloadHandler/ValueTypes.h>
 
 #include <algorithm>
@@ -131,46 +131,6 @@ std::string SlotPath(const std::string& slot) {
   return quote == std::string::npos ? std::string()
                                     : slot.substr(quote + 1, slot.size() - quote - 2);
 }
-
-// The values of a ShowIf function's arguments: from the dump, or zero values without one.
-struct DumpShowIfSource {
-  const DumpAccess* dump;
-  Element element;
-  std::uint8_t nameLimit;
-  std::uint8_t textLimit;
-
-  template <typename Value>
-  using Read = std::optional<Value> (DumpAccess::*)(PropertyAddress, Element) const;
-  template <typename Value>
-  std::optional<Value> Get(Read<Value> read, PropertyInfo id) const {
-    if (dump == nullptr) return std::nullopt;
-    return (dump->*read)({id.InterfaceObjectId, id.PropertyId}, element);
-  }
-
-  std::optional<bool> Bool(PropertyInfo id) const { return Get(&DumpAccess::Bool, id); }
-  std::optional<std::uint8_t> UInt8(PropertyInfo id) const { return Get(&DumpAccess::UInt8, id); }
-  std::optional<std::uint16_t> UInt16(PropertyInfo id) const {
-    return Get(&DumpAccess::UInt16, id);
-  }
-  std::optional<std::uint32_t> UInt32(PropertyInfo id) const {
-    return Get(&DumpAccess::UInt32, id);
-  }
-  std::optional<float> Float16(PropertyInfo id) const { return Get(&DumpAccess::Float16, id); }
-  std::optional<float> Float32(PropertyInfo id) const { return Get(&DumpAccess::Float32, id); }
-  std::string Text(PropertyInfo id) const { return MemoryText(id, textLimit, ""); }
-  std::string Name(PropertyInfo id) const {
-    return MemoryText(id, nameLimit, lkdh::kShowIfNameDefault);
-  }
-  std::string Generic20(PropertyInfo id) const {
-    return dump != nullptr ? dump->PropertyText({id.InterfaceObjectId, id.PropertyId}, element, "")
-                           : std::string();
-  }
-  std::string MemoryText(PropertyInfo id, std::uint8_t limit, const std::string& fallback) const {
-    return dump != nullptr
-               ? dump->MemoryText({id.InterfaceObjectId, id.PropertyId}, element, limit, fallback)
-               : fallback;
-  }
-};
 
 // ", parameter 'State'", or for a parameter without key ", a parameter without Key".
 std::string ParameterWhere(const std::string& key) {
@@ -302,14 +262,34 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
   }
 }
 
-void Checker::CheckAddress(PropertyAddress address, const Context& context, const std::string& what,
+void Checker::CheckAddress(PropertyInfo info, const Context& context, const std::string& what,
                            const std::string& consequence) {
   if (!m_dump) return;
-  const std::string why = m_dump->WhyMissing(address);
-  if (why.empty()) return;
+  const std::string object = std::to_string(info.InterfaceObjectId);
+  const auto found = m_dump->interfaceObjects.find(info.InterfaceObjectId);
+  std::string why;
+  if (found == m_dump->interfaceObjects.end() || found->second.empty()) {
+    why = "there is no interface object " + object;
+  } else if (lkdh::detail::FindProperty(info, m_dump->interfaceObjects) == nullptr) {
+    why = std::string(found->second.size() > 1 ? "the first interface object "
+                                               : "interface object ") +
+          object + " has no property " + std::to_string(info.PropertyId);
+  } else {
+    return;
+  }
   Report(Severity::Warning, context,
-         what + " (interface object " + std::to_string(address.object) + ", property " +
-             std::to_string(address.property) + ") is not in the download: " + why + consequence);
+         what + " (interface object " + object + ", property " + std::to_string(info.PropertyId) +
+             ") is not in the download: " + why + consequence);
+}
+
+// No dump: an empty download, so 0, false, "" and for Text and Name the wrong-property-id text.
+ValueSource Checker::Values(Slot slot) const {
+  static const lkdh::InterfaceObjectMap kNoObjects;
+  static const KnxStack::BinaryData kNoMemory;
+  const auto& objects = m_dump != nullptr ? m_dump->interfaceObjects : kNoObjects;
+  const auto& memory = m_dump != nullptr ? m_dump->memory : kNoMemory;
+  return slot ? ValueSource::ArrayElement(objects, memory, m_limits, *slot)
+              : ValueSource::WholeProperty(objects, memory, m_limits);
 }
 
 int Checker::KeyLine(const std::string& file, const std::string& key) {
@@ -323,9 +303,9 @@ int Checker::KeyLine(const std::string& file, const std::string& key) {
 
 // --- Settings ------------------------------------------------------------------------
 
-PropertyAddress Checker::Setting(const std::string& name) const {
+PropertyInfo Checker::Setting(const std::string& name) const {
   const auto found = m_settings.find(name);
-  return found != m_settings.end() ? found->second : PropertyAddress{};
+  return found != m_settings.end() ? found->second : PropertyInfo{};
 }
 
 bool Checker::CallForTable(const Context& context, Severity severity, const std::string& readAs) {
@@ -353,8 +333,8 @@ void Checker::CheckPropertyIds() {
   std::set<std::string> named;
   for (const auto& [name, info] : settings) {
     named.insert(name);
-    m_settings[name] = Address(info);
-    CheckAddress(Address(info), context.With(", setting '" + name + "'"), "its property", "");
+    m_settings[name] = info;
+    CheckAddress(info, context.With(", setting '" + name + "'"), "its property", "");
   }
   for (const SkipReport& report : reports) {
     if (report.subject == "setting" && !report.key.empty()) named.insert(report.key);
@@ -390,18 +370,19 @@ void Checker::CheckPropertyIds() {
 
 // The text limits of the download, for the ShowIf arguments that read texts.
 void Checker::ReadLimits() {
-  if (!m_dump) return;
-  m_nameLimit = m_dump->UInt8(Setting("MaxNameCharCount"), std::nullopt).value_or(0);
-  m_textLimit = m_dump->UInt8(Setting("MaxTextCharCount"), std::nullopt).value_or(0);
+  const ValueSource settings = Values(std::nullopt);
+  m_limits.name = settings.UInt8(Setting("MaxNameCharCount")).value_or(0);
+  m_limits.text = settings.UInt8(Setting("MaxTextCharCount")).value_or(0);
 }
 
 void Checker::CheckDcsType() {
   if (!Present(kHandleDcsType)) return;
   std::vector<std::int64_t> values;
   if (m_dump) {
-    values.push_back(lkdh::ScriptDcsType(
-        m_dump->UInt8(Setting("DcsType"), std::nullopt).value_or(0),
-        m_dump->Bool(Setting("UseDcsFloorcall"), std::nullopt).value_or(false)));
+    const ValueSource settings = Values(std::nullopt);
+    values.push_back(
+        lkdh::ScriptDcsType(settings.UInt8(Setting("DcsType")).value_or(0),
+                            settings.Bool(Setting("UseDcsFloorcall")).value_or(false)));
   } else {
     for (std::int64_t type = 0; type <= 255; ++type) values.push_back(type);
   }
@@ -417,9 +398,9 @@ void Checker::CheckDcsType() {
 // --- Parameters and ShowIf -------------------------------------------------------------
 
 // The list at the top, read as the plug-in reads it; popped. Each ShowIf
-// function is called with the arguments of each source.
+// function is called with the values of each slot.
 std::vector<LuaParameter> Checker::CheckParameterList(const Context& context,
-                                                      const std::vector<ArgumentSource>& sources) {
+                                                      const std::vector<Slot>& slots) {
   std::vector<SkipReport> reports;
   std::vector<LuaParameter> parameters;
   const int top = lua_gettop(m_state) - 1;
@@ -431,7 +412,7 @@ std::vector<LuaParameter> Checker::CheckParameterList(const Context& context,
   for (const LuaParameter& parameter : parameters) {
     const Context at = ParameterContext(context, parameter);
     CheckParameter(parameter, at, reports);
-    CheckShowIf(parameter, at, sources, reports);
+    CheckShowIf(parameter, at, slots, reports);
   }
   return parameters;
 }
@@ -452,7 +433,7 @@ void Checker::CheckParameter(const LuaParameter& parameter, const Context& at,
     Report(Severity::Error, at,
            UnknownValueType(parameter.type) + ": the parameter is silently left out");
   }
-  CheckAddress(Address(parameter.property), at, "Property", "");
+  CheckAddress(parameter.property, at, "Property", "");
 }
 
 std::string Checker::UnknownValueType(const std::string& type) const {
@@ -463,23 +444,9 @@ std::string Checker::UnknownValueType(const std::string& type) const {
          (suggestion.empty() ? std::string() : " (did you mean '" + suggestion + "'?)");
 }
 
-ovslua::Lua::Args Checker::ShowIfArguments(const LuaParameter& parameter,
-                                           const ArgumentSource& source) const {
-  const DumpShowIfSource values{source.fromDump && m_dump ? &*m_dump : nullptr, source.element,
-                                m_nameLimit, m_textLimit};
-  ovslua::Lua::Args arguments;
-  for (const auto& entry : parameter.showIf.propertyIds) {
-    if (const auto* info = lkdh::FindValueType(entry.type)) {
-      lkdh::AppendShowIfArgument(arguments, info->type, values, entry.id);
-    }
-  }
-  return arguments;
-}
-
-// The rule as the plug-in read it, and a call of its function for each source.
+// The rule as the plug-in read it, and a call of its function for each slot.
 void Checker::CheckShowIf(const LuaParameter& parameter, const Context& parameterContext,
-                          const std::vector<ArgumentSource>& sources,
-                          const std::vector<SkipReport>& reports) {
+                          const std::vector<Slot>& slots, const std::vector<SkipReport>& reports) {
   const auto& rule = parameter.showIf;
   Context context = parameterContext;
   if (rule.functionRef != 0) {
@@ -516,10 +483,11 @@ void Checker::CheckShowIf(const LuaParameter& parameter, const Context& paramete
              prefix + UnknownValueType(entry.type) +
                  ": the entry passes no argument (a later one takes its place)");
     }
-    CheckAddress(Address(entry.id), context, prefix + "Id", "");
+    CheckAddress(entry.id, context, prefix + "Id", "");
   }
-  for (const ArgumentSource& source : sources) {
-    const ovslua::Lua::Args arguments = ShowIfArguments(parameter, source);
+  for (const Slot& slot : slots) {
+    const ovslua::Lua::Args arguments =
+        lkdh::detail::MakeShowIfArgs(rule.propertyIds, Values(slot));
     EnsureStack(static_cast<int>(arguments.Count()) + 1);
     lua_rawgeti(m_state, LUA_REGISTRYINDEX, rule.functionRef);
     m_lua.PushArguments(arguments);
@@ -564,13 +532,13 @@ void Checker::AddStaticShowIfPlaces(const std::vector<LuxStaticData>& records,
 }
 
 // The URN selector of the channel type, as the plug-in's query reads it.
-PropertyAddress Checker::CheckSelector(const Context& context, std::uint32_t type) {
+PropertyInfo Checker::CheckSelector(const Context& context, std::uint32_t type) {
   std::vector<SkipReport> reports;
   PropertyInfo selector;
   ReadTable(context, reports, [&] { selector = m_lua.GetPropertyIndexForUrns(type); });
   ReportSkips(context, reports);
-  CheckAddress(Address(selector), context, "the URN selector", "");
-  return Address(selector);
+  CheckAddress(selector, context, "the URN selector", "");
+  return selector;
 }
 
 // --- Static data ---------------------------------------------------------------------
@@ -596,7 +564,7 @@ void Checker::CheckStaticRecords(const std::vector<LuxStaticData>& records, cons
     const std::string path = parent.empty() ? record.name : parent + "/" + record.name;
     const Context entry = context.With(", entry '" + ShownPath(path) + "'");
     if (record.enabledProperty) {
-      CheckAddress(Address(*record.enabledProperty), entry, "EnabledProperty",
+      CheckAddress(*record.enabledProperty, entry, "EnabledProperty",
                    ": the entry and everything in it are left out");
     }
     auto& types = m_knowledge.staticParameterTypes[path];
@@ -604,7 +572,7 @@ void Checker::CheckStaticRecords(const std::vector<LuxStaticData>& records, cons
       types.emplace(parameter.key, parameter.type);
       const Context at = ParameterContext(entry, parameter);
       CheckParameter(parameter, at, reports);
-      CheckShowIf(parameter, at, {{m_dump.has_value(), std::nullopt}}, reports);
+      CheckShowIf(parameter, at, {std::nullopt}, reports);
     }
     CheckStaticRecords(record.subData, context, path, reports);
   }

@@ -12,7 +12,7 @@
 namespace lkdh::host::detail {
 
 void Checker::CheckSelectors(std::int64_t type) {
-  PropertyAddress selector;
+  PropertyInfo selector;
   if (Present(kGetPropertyIndexForUrns)) {
     const Context context = ContextFor(kGetPropertyIndexForUrns, {type});
     const CallResult result = CallGlobal(kGetPropertyIndexForUrns, {type});
@@ -34,7 +34,7 @@ void Checker::CheckSelectors(std::int64_t type) {
   std::set<std::int64_t> values;
   if (m_dump) {
     for (const std::uint32_t slot : SlotsOf(type)) {
-      values.insert(m_dump->UInt8(selector, slot).value_or(0));
+      values.insert(Values(slot).UInt8(selector).value_or(0));
     }
   } else {
     for (std::int64_t value = 0; value <= 255; ++value) values.insert(value);
