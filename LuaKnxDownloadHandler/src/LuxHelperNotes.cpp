@@ -136,6 +136,10 @@ void LuxHelper::NoteDuplicateKeys(const std::vector<LuaParameter>& parameters) c
   }
 }
 
+void LuxHelper::TellNumericKey(const char* table, const char* subject, std::string_view key) const {
+  TellNumericKey(table, subject, key, std::string_view());
+}
+
 void LuxHelper::TellNumericKey(const char* table, const char* subject, std::string_view key,
                                std::string_view field) const {
   lua_State* state = m_luaState;

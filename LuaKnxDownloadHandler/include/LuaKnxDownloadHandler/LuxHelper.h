@@ -136,8 +136,10 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void NoteDuplicateKeys(const std::vector<LuaParameter>& parameters) const;
   /// A numeric key ends the walk of a table with named fields with an error:
   /// told at once, since the notes of the record never are.
+  void TellNumericKey(const char* table, const char* subject, std::string_view key) const;
+  /// The same for a table inside the record, at that field.
   void TellNumericKey(const char* table, const char* subject, std::string_view key,
-                      std::string_view field = {}) const;
+                      std::string_view field) const;
   /// TellNumericKey for the parameter table on top and the tables in it.
   void TellParameterNumericKeys() const;
   std::size_t NoteMark() const noexcept { return m_notes.size(); }
