@@ -189,10 +189,13 @@ bool LuxHelper::IsThereUrnsByPropertyIndex(std::uint32_t typeId) {
 
 PropertyInfo LuxHelper::GetPropertyIndexForUrns(std::uint32_t typeId) {
   return CallTable(script::kGetPropertyIndexForUrns, {typeId}, PropertyInfo{}, [this, typeId] {
+    if (m_diagnostics != nullptr) {
+      TellNumericKey("a property table", kUrnSelectorSubject, std::to_string(typeId));
+    }
     const std::size_t mark = NoteMark();
     const PropertyInfo info = FillProperty();
     if (m_diagnostics != nullptr) {
-      ReportNotes(mark, "URN selector of channel type", std::to_string(typeId));
+      ReportNotes(mark, kUrnSelectorSubject, std::to_string(typeId));
     }
     return info;
   });

@@ -48,6 +48,30 @@ std::string Described(lua_State* state) {
   return text;
 }
 
+// The key at index during a walk, bracketed ("[4]", "['Dimmer']", "[true]"),
+// read without converting it in place, which would break the walk.
+std::string ListKeyText(lua_State* state, int index) {
+  const int type = lua_type(state, index);
+  if (lua_isinteger(state, index) != 0) return "[" + IntegerText(lua_tointeger(state, index)) + "]";
+  if (type == LUA_TSTRING) return "['" + std::string(lua_tostring(state, index)) + "']";
+  if (type == LUA_TBOOLEAN) return lua_toboolean(state, index) != 0 ? "[true]" : "[false]";
+  if (type != LUA_TNUMBER || lua_checkstack(state, 1) == 0) {
+    return std::string("[") + lua_typename(state, type) + "]";
+  }
+  lua_pushvalue(state, index);
+  std::string text = std::string("[") + lua_tostring(state, -1) + "]";
+  lua_pop(state, 1);
+  return text;
+}
+
+// The table at the top's field name pushed when it is a table; else nothing.
+bool PushTableField(lua_State* state, const char* name) {
+  lua_pushstring(state, name);
+  if (lua_rawget(state, -2) == LUA_TTABLE) return true;
+  lua_pop(state, 1);
+  return false;
+}
+
 }  // namespace
 
 void LuxHelper::Note(SkipReason reason, std::string detail) const {
@@ -65,6 +89,13 @@ void LuxHelper::NoteWrongType(const char* field, const char* expected,
 void LuxHelper::NoteUnknownField(std::string_view field) const {
   m_notes.push_back(
       {SkipReason::UnknownField, "'" + std::string(field) + "' is not read", std::string(field)});
+}
+
+void LuxHelper::NoteOtherKey(const char* table) const {
+  m_notes.push_back({SkipReason::WrongKeyType,
+                     std::string("a key of type ") + luaL_typename(m_luaState, -2) + " in " +
+                         table + " is ignored",
+                     std::string()});
 }
 
 void LuxHelper::NoteMissing(const char* field, const char* consequence) const {
@@ -87,11 +118,7 @@ void LuxHelper::NoteLowBits(const char* field, std::int64_t value, std::int64_t 
 }
 
 void LuxHelper::NoteWithin(std::size_t mark, std::string field) const {
-  if (field.empty()) {
-    field = lua_isinteger(m_luaState, -2) != 0
-                ? "[" + IntegerText(lua_tointeger(m_luaState, -2)) + "]"
-                : "[?]";
-  }
+  if (field.empty()) field = ListKeyText(m_luaState, -2);
   for (std::size_t index = mark; index < m_notes.size(); ++index) {
     std::string& inner = m_notes[index].field;
     inner.insert(0, inner.empty() || inner[0] == '[' ? field : field + ".");
@@ -110,6 +137,11 @@ void LuxHelper::NoteDuplicateKeys(const std::vector<LuaParameter>& parameters) c
 }
 
 void LuxHelper::TellNumericKey(const char* table, const char* subject, std::string_view key) const {
+  TellNumericKey(table, subject, key, std::string_view());
+}
+
+void LuxHelper::TellNumericKey(const char* table, const char* subject, std::string_view key,
+                               std::string_view field) const {
   lua_State* state = m_luaState;
   if (!lux::TableOnTop(state) || lua_checkstack(state, 3) == 0) return;
   lua_pushnil(state);
@@ -120,16 +152,49 @@ void LuxHelper::TellNumericKey(const char* table, const char* subject, std::stri
     const std::string detail =
         std::string("[") + lua_tostring(state, -1) + "] in " + table + ": the download aborts";
     lua_pop(state, 2);
-    std::string name(key);
-    // A parameter table is named by its Key, which the walk never gets to read.
-    if (name.empty() && std::string_view(subject) == "parameter") {
-      lua_pushliteral(state, "Key");
-      if (lua_rawget(state, -2) == LUA_TSTRING) name = lua_tostring(state, -1);
-      lua_pop(state, 1);
-    }
-    m_diagnostics->Report({SkipReason::NumericKey, subject, name, detail});
+    m_diagnostics->Report({SkipReason::NumericKey, subject, key, detail, field});
     return;
   }
+}
+
+void LuxHelper::TellParameterNumericKeys() const {
+  lua_State* state = m_luaState;
+  // Its Key, Property or ShowIf, PropertyIds, an entry's key and value, the
+  // entry's Id, and TellNumericKey's own three.
+  if (!lux::TableOnTop(state) || lua_checkstack(state, 9) == 0) return;
+  // Named by its Key, which the walk may never get to read, else by its place in the list.
+  std::string name;
+  lua_pushliteral(state, "Key");
+  if (lua_rawget(state, -2) == LUA_TSTRING) name = lua_tostring(state, -1);
+  lua_pop(state, 1);
+  const std::string place = name.empty() ? ListKeyText(state, -2) : std::string();
+  const auto within = [&place](const std::string& field) {
+    return place.empty() ? field : place + "." + field;
+  };
+  TellNumericKey("a parameter table", "parameter", name, place);
+  if (PushTableField(state, "Property")) {
+    TellNumericKey("a property table", "parameter", name, within("Property"));
+    lua_pop(state, 1);
+  }
+  if (!PushTableField(state, "ShowIf")) return;
+  TellNumericKey("a ShowIf table", "parameter", name, within("ShowIf"));
+  if (PushTableField(state, "PropertyIds")) {
+    // The list's own keys are never read: any may be numeric.
+    lua_pushnil(state);
+    while (lua_next(state, -2) != 0) {
+      if (lua_type(state, -1) == LUA_TTABLE) {
+        const std::string entry = within("ShowIf.PropertyIds") + ListKeyText(state, -2);
+        TellNumericKey("a ShowIf PropertyIds entry", "parameter", name, entry);
+        if (PushTableField(state, "Id")) {
+          TellNumericKey("a property table", "parameter", name, entry + ".Id");
+          lua_pop(state, 1);
+        }
+      }
+      lua_pop(state, 1);
+    }
+    lua_pop(state, 1);
+  }
+  lua_pop(state, 1);
 }
 
 void LuxHelper::TellNotes(std::size_t mark, std::string_view subject, std::string_view key) const {

@@ -96,7 +96,10 @@ bool TextValue(lua_State* state, int type, std::string& text, const char* query,
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
   lua_State* state = m_luaState;
-  lux::ForEachField(state, 2, [&](std::string_view key) {
+  const auto otherKey = [this] {
+    if (m_diagnostics != nullptr) NoteOtherKey("a property table");
+  };
+  lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const bool integer = lua_isinteger(state, -1) != 0;
     if (key == fields::kPropertyId) {
       // Property ids are one octet: 300 is deliberately read as 44.
@@ -133,7 +136,13 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
   if (m_diagnostics != nullptr) {
     TellNumericKey("the settings table", "setting", "");
   }
-  lux::ForEachField(state, 2, [&](std::string_view key) {
+  const auto otherKey = [this] {
+    if (m_diagnostics != nullptr) {
+      NoteOtherKey("the settings table");
+      ReportNotes(NoteMark() - 1, "setting", "");
+    }
+  };
+  lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     if (lua_type(state, -1) != LUA_TTABLE) {
       if (m_diagnostics != nullptr && !key.empty()) {
         Note(SkipReason::WrongValueType, std::string("a ") + luaL_typename(state, -1) +
@@ -144,6 +153,7 @@ std::map<std::string, PropertyInfo> LuxHelper::InGetPropertyIds() const {
       WarnNul(m_query, "a setting name", key);
     } else {
       std::string name(key);
+      if (m_diagnostics != nullptr) TellNumericKey("a property table", "setting", name);
       const std::size_t mark = NoteMark();
       PropertyInfo info = FillProperty();
       ReportNotes(mark, "setting", name);
@@ -165,6 +175,7 @@ std::vector<LuaParameter> LuxHelper::GetLuaParameters() {
       Note(SkipReason::WrongValueType, std::string("a list entry is a ") +
                                            luaL_typename(state, -1) +
                                            ", not a parameter table: skipped");
+      NoteWithin(NoteMark() - 1, std::string());
       ReportNotes(NoteMark() - 1, "parameter", "");
     }
   });
@@ -179,8 +190,11 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   lua_State* state = m_luaState;
   const std::size_t mark = NoteMark();
   const bool noted = m_diagnostics != nullptr;
-  if (noted) TellNumericKey("a parameter table", "parameter", "");
-  lux::ForEachField(state, 2, [&](std::string_view key) {
+  if (noted) TellParameterNumericKeys();
+  const auto otherKey = [this, noted] {
+    if (noted) NoteOtherKey("a parameter table");
+  };
+  lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kKey) {
       if (!TextValue(state, type, parameter.key, m_query, "Key") && noted && type != LUA_TSTRING) {
@@ -227,6 +241,8 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
     if (!parameter.type.empty()) {
       NoteMissing(fields::kProperty.data(), "read at interface object 0, property 0");
     }
+    // Without a Key, its place in the list tells it from the others.
+    if (parameter.key.empty()) NoteWithin(mark, std::string());
   }
   ReportNotes(mark, "parameter", parameter.key);
 }
@@ -235,8 +251,11 @@ LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
   LuaParameterShowIf showIf;
   lua_State* state = m_luaState;
   const bool noted = m_diagnostics != nullptr;
+  const auto otherKey = [this, noted] {
+    if (noted) NoteOtherKey("a ShowIf table");
+  };
   // Key, value and the copy of a function that luaL_ref consumes.
-  lux::ForEachField(state, 3, [&](std::string_view key) {
+  lux::ForEachField(state, 3, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kPropertyIds) {
       if (type == LUA_TTABLE) {
@@ -278,7 +297,10 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
     }
     // Made in place: nothing else is added to the list while it is read.
     LuaParameterShowIfPropertyIds& entry = propertyIds.emplace_back();
-    lux::ForEachField(state, 2, [&](std::string_view key) {
+    const auto otherKey = [this, noted] {
+      if (noted) NoteOtherKey("a ShowIf PropertyIds entry");
+    };
+    lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
       const int type = lua_type(state, -1);
       if (key == fields::kId) {
         if (type == LUA_TTABLE) {
@@ -330,7 +352,14 @@ std::vector<LuxStaticData> LuxHelper::InGetStaticData(int depth) {
     throw std::runtime_error("Static data of the script is nested deeper than " +
                              std::to_string(kMaxStaticDataDepth) + " levels.");
   }
-  lux::ForEachField(state, 2, [&](std::string_view key) {
+  const auto otherKey = [this, depth] {
+    if (m_diagnostics != nullptr) {
+      EnterRecord();
+      NoteOtherKey(depth == 0 ? "the static-data table" : "a SubData table");
+      ReportNotes(NoteMark() - 1, "record", m_recordPath);
+    }
+  };
+  lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     if (lua_type(state, -1) != LUA_TTABLE) {
       if (m_diagnostics != nullptr && !key.empty()) {
         EnterRecord();
@@ -361,8 +390,18 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
     m_recordPath += entry.name;
     EnterRecord();
     TellNumericKey("a static-data entry", "record", entry.name);
+    if (lua_checkstack(state, 1) != 0) {
+      lua_pushstring(state, fields::kEnabledProperty.data());
+      if (lua_rawget(state, -2) == LUA_TTABLE) {
+        TellNumericKey("a property table", "record", entry.name, fields::kEnabledProperty);
+      }
+      lua_pop(state, 1);
+    }
   }
-  lux::ForEachField(state, 2, [&](std::string_view key) {
+  const auto otherKey = [this, noted] {
+    if (noted) NoteOtherKey("a static-data entry");
+  };
+  lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kEnabledProperty) {
       // Engaged for any table, an empty one included.

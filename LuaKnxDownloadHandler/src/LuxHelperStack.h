@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Korvex::luaknxdownloadhandler::lux {
 
@@ -65,14 +66,25 @@ void ForEachValue(lua_State* state, int slots, OnValue&& onValue) {
 }
 
 /// The walk of a named-field table: calls onField(key) with each value at -1
-/// whose key reads as text (converted in place, see KeyAsText); other keys are
-/// skipped.
+/// whose key reads as text (converted in place, see KeyAsText), and
+/// onOtherKey() with the key at -2 and its value at -1 for any other key,
+/// which the walk skips.
+template <typename OnOtherKey, typename OnField>
+void ForEachField(lua_State* state, int slots, OnOtherKey&& onOtherKey, OnField&& onField) {
+  ForEachValue(state, slots, [state, &onOtherKey, &onField] {
+    std::string_view key;
+    if (KeyAsText(state, key)) {
+      onField(key);
+    } else {
+      onOtherKey();
+    }
+  });
+}
+
 template <typename OnField>
 void ForEachField(lua_State* state, int slots, OnField&& onField) {
-  ForEachValue(state, slots, [state, &onField] {
-    std::string_view key;
-    if (KeyAsText(state, key)) onField(key);
-  });
+  ForEachField(
+      state, slots, [] {}, std::forward<OnField>(onField));
 }
 
 }  // namespace Korvex::luaknxdownloadhandler::lux

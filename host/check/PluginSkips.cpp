@@ -18,8 +18,10 @@ using Korvex::luaknxdownloadhandler::kSkipReasons;
 using Korvex::luaknxdownloadhandler::SkipReason;
 using Korvex::luaknxdownloadhandler::SkipReasonText;
 
+using Korvex::luaknxdownloadhandler::kUrnSelectorSubject;
+
 constexpr const char* kPluginLogger = "KnxDownloadHandler";
-const char* const kSubjects[] = {"parameter", "record", "setting", "URN selector of channel type"};
+const char* const kSubjects[] = {"parameter", "record", "setting", kUrnSelectorSubject};
 
 }  // namespace
 

@@ -61,6 +61,7 @@ struct SkipReport {
   std::string key;
   std::string detail;
   std::string field;
+  std::string position;  // "[4]": the place in its list of a parameter without Key
 };
 
 // Shared with the count hook through the state's extra space.
@@ -191,7 +192,8 @@ class Checker {
 
   std::vector<LuaParameter> CheckParameterList(const Context& context,
                                                const std::vector<Slot>& slots);
-  Context ParameterContext(const Context& context, const LuaParameter& parameter);
+  Context ParameterContext(const Context& context, const LuaParameter& parameter,
+                           const std::string& position = std::string());
   void CheckParameter(const LuaParameter& parameter, const Context& at,
                       const std::vector<SkipReport>& reports);
   std::string UnknownValueType(const std::string& type) const;

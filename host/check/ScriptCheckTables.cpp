@@ -33,8 +33,18 @@ class Collector final : public lkdh::Diagnostics {
   void Enter(std::string_view slot) override { m_slot.assign(slot); }
   const std::string& Slot() const noexcept { return m_slot; }
   void Report(const lkdh::Skip& skip) override {
-    m_reports.push_back({skip.reason, m_slot, std::string(skip.subject), std::string(skip.key),
-                         std::string(skip.detail), std::string(skip.field)});
+    SkipReport& report = m_reports.emplace_back(
+        SkipReport{skip.reason, m_slot, std::string(skip.subject), std::string(skip.key),
+                   std::string(skip.detail), std::string(skip.field), std::string()});
+    // A parameter without Key has its place in the list before its field: "[4].Type".
+    if (report.subject != "parameter" || !report.key.empty() || report.field.rfind('[', 0) != 0) {
+      return;
+    }
+    const std::size_t end =
+        report.field.rfind("['", 0) == 0 ? report.field.find("']") + 1 : report.field.find(']');
+    if (end == std::string::npos) return;
+    report.position = report.field.substr(0, end + 1);
+    report.field.erase(0, std::min(report.field.size(), end + 2));
   }
 
  private:
@@ -50,8 +60,8 @@ std::vector<std::string> Names(const std::array<std::string_view, N>& names) {
 // The names a misspelt field of that table may have meant.
 std::vector<std::string> KnownFields(const SkipReport& report, const std::string& parent) {
   const std::string last = parent.substr(std::min(parent.size(), parent.rfind('.') + 1));
-  if (report.subject == "setting" || report.subject[0] == 'U' || last == fields::kProperty ||
-      last == fields::kId || last == fields::kEnabledProperty) {
+  if (report.subject == "setting" || report.subject == lkdh::kUrnSelectorSubject ||
+      last == fields::kProperty || last == fields::kId || last == fields::kEnabledProperty) {
     return Names(fields::kPropertyTable);
   }
   if (last == fields::kShowIf) return Names(fields::kShowIfTable);
@@ -132,9 +142,35 @@ std::string SlotPath(const std::string& slot) {
                                     : slot.substr(quote + 1, slot.size() - quote - 2);
 }
 
-// ", parameter 'State'", or for a parameter without key ", a parameter without Key".
-std::string ParameterWhere(const std::string& key) {
-  return key.empty() ? ", a parameter without Key" : ", parameter '" + key + "'";
+// ", parameter 'State'", for a parameter without key its place in the list
+// (", parameter [4]"), or when that is unknown ", a parameter without Key".
+std::string ParameterWhere(const std::string& key, const std::string& position) {
+  if (!key.empty()) return ", parameter '" + key + "'";
+  return position.empty() ? ", a parameter without Key" : ", parameter " + position;
+}
+
+// The note that a list entry is no parameter table at all.
+bool IsNoParameterTable(const SkipReport& report) {
+  return report.subject == "parameter" && report.key.empty() && report.field.empty() &&
+         !report.position.empty() && report.reason == SkipReason::WrongValueType;
+}
+
+// The place in the list of the one parameter without Key among the parameters
+// of the record at path, when the notes give it; empty when there are more.
+std::string KeylessPosition(const std::vector<SkipReport>& reports,
+                            const std::vector<LuaParameter>& parameters, const std::string& path) {
+  if (std::count_if(parameters.begin(), parameters.end(),
+                    [](const LuaParameter& parameter) { return parameter.key.empty(); }) != 1) {
+    return std::string();
+  }
+  std::set<std::string> positions;
+  for (const SkipReport& report : reports) {
+    if (report.subject == "parameter" && report.key.empty() && !report.position.empty() &&
+        !IsNoParameterTable(report) && SlotPath(report.slot) == path) {
+      positions.insert(report.position);
+    }
+  }
+  return positions.size() == 1 ? *positions.begin() : std::string();
 }
 
 // Whether the readers noted that field of the parameter.
@@ -153,7 +189,8 @@ const SkipReport* Misspelling(const SkipReport& report, const std::vector<SkipRe
   const std::string parent = dot == std::string::npos ? "" : report.field.substr(0, dot + 1);
   for (const SkipReport& other : reports) {
     if (other.reason != (missing ? SkipReason::UnknownField : SkipReason::MissingField) ||
-        other.slot != report.slot || other.key != report.key || other.field.rfind(parent, 0) != 0 ||
+        other.slot != report.slot || other.key != report.key || other.position != report.position ||
+        other.field.rfind(parent, 0) != 0 ||
         other.field.find('.', parent.size()) != std::string::npos) {
       continue;
     }
@@ -208,8 +245,8 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
   std::vector<const SkipReport*> ordered;
   for (const SkipReport& report : reports) ordered.push_back(&report);
   std::stable_sort(ordered.begin(), ordered.end(), [](const SkipReport* a, const SkipReport* b) {
-    return std::tie(a->slot, a->key, a->field, a->detail) <
-           std::tie(b->slot, b->key, b->field, b->detail);
+    return std::tie(a->slot, a->key, a->position, a->field, a->detail) <
+           std::tie(b->slot, b->key, b->position, b->field, b->detail);
   });
   for (const SkipReport* next : ordered) {
     const SkipReport& report = *next;
@@ -222,9 +259,10 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
     if (const std::size_t bracket = last.find('['); bracket != std::string::npos) last.clear();
     Context at = context;
     const std::string path = SlotPath(report.slot);
+    const bool noTable = IsNoParameterTable(report);
     if (report.subject == "parameter") {
       if (!path.empty()) at = at.With(", entry '" + ShownPath(path) + "'");
-      at = at.With(ParameterWhere(report.key));
+      if (!noTable) at = at.With(ParameterWhere(report.key, report.position));
       if (const int line = KeyLine(at.place.file, report.key); line != 0) at.place.line = line;
       // Findings about a ShowIf rule point at its function, as the check's own do.
       const auto place = showIfPlaces.find(path + "\x1f" + report.key);
@@ -234,12 +272,23 @@ void Checker::ReportSkips(const Context& context, const std::vector<SkipReport>&
     } else if (report.subject == "record") {
       const std::string record = path.empty() ? report.key : path;
       if (!record.empty()) at = at.With(", entry '" + ShownPath(record) + "'");
-    } else if (report.subject == "setting" && !report.field.empty()) {
+    } else if (report.subject == "setting" && !report.key.empty() &&
+               !(report.field.empty() && report.reason == SkipReason::WrongValueType)) {
       at = at.With(", setting '" + report.key + "'");
     }
-    std::string message = parent.empty() ? std::string() : parent + ": ";
+    // A note about a key names the table that holds it.
+    const bool aboutKey =
+        report.reason == SkipReason::NumericKey || report.reason == SkipReason::WrongKeyType;
+    const std::string& table = aboutKey ? report.field : parent;
+    std::string message = table.empty() ? std::string() : table + ": ";
     if (report.reason == SkipReason::NumericKey) {
       message += "numeric key " + report.detail;
+    } else if (noTable) {
+      // "a list entry is a string, ...": which entry, by its place in the list.
+      const std::size_t is = report.detail.find(" is ");
+      message += is == std::string::npos
+                     ? report.detail
+                     : "list entry " + report.position + report.detail.substr(is);
     } else if (report.reason == SkipReason::UnknownField) {
       const std::string field = report.field.substr(dot == std::string::npos ? 0 : dot + 1);
       const std::string suggestion = ClosestName(field, KnownFields(report, parent));
@@ -409,16 +458,18 @@ std::vector<LuaParameter> Checker::CheckParameterList(const Context& context,
   std::map<std::string, Place> showIfPlaces;
   AddShowIfPlaces(parameters, "", showIfPlaces);
   ReportSkips(context, reports, showIfPlaces);
+  const std::string keyless = KeylessPosition(reports, parameters, "");
   for (const LuaParameter& parameter : parameters) {
-    const Context at = ParameterContext(context, parameter);
+    const Context at = ParameterContext(context, parameter, keyless);
     CheckParameter(parameter, at, reports);
     CheckShowIf(parameter, at, slots, reports);
   }
   return parameters;
 }
 
-Context Checker::ParameterContext(const Context& context, const LuaParameter& parameter) {
-  Context at = context.With(ParameterWhere(parameter.key));
+Context Checker::ParameterContext(const Context& context, const LuaParameter& parameter,
+                                  const std::string& position) {
+  Context at = context.With(ParameterWhere(parameter.key, position));
   if (const int line = KeyLine(at.place.file, parameter.key); line != 0) at.place.line = line;
   return at;
 }
@@ -568,9 +619,10 @@ void Checker::CheckStaticRecords(const std::vector<LuxStaticData>& records, cons
                    ": the entry and everything in it are left out");
     }
     auto& types = m_knowledge.staticParameterTypes[path];
+    const std::string keyless = KeylessPosition(reports, record.parameters, path);
     for (const LuaParameter& parameter : record.parameters) {
       types.emplace(parameter.key, parameter.type);
-      const Context at = ParameterContext(entry, parameter);
+      const Context at = ParameterContext(entry, parameter, keyless);
       CheckParameter(parameter, at, reports);
       CheckShowIf(parameter, at, {std::nullopt}, reports);
     }

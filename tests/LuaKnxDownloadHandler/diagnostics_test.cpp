@@ -396,6 +396,155 @@ TEST_F(ReaderDiagnostics, ShowIfThatFailsIsToldFromOneThatAnswersFalse) {
                        "the parameter is not written"}));
 }
 
+// Each report with the field the readers name, which the TRACE lines leave out.
+class FieldSink final : public Korvex::luaknxdownloadhandler::Diagnostics {
+ public:
+  void Enter(std::string_view) override {}
+  void Report(const Korvex::luaknxdownloadhandler::Skip& skip) override {
+    lines.push_back(std::string(skip.subject) + " '" + std::string(skip.key) + "' at '" +
+                    std::string(skip.field) + "': " + SkipReasonText(skip.reason) + ": " +
+                    std::string(skip.detail));
+  }
+  std::vector<std::string> Sorted() const {
+    auto sorted = lines;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted;
+  }
+
+  std::vector<std::string> lines;
+};
+
+TEST_F(ReaderDiagnostics, KeysNeitherStringNorNumberAreNamedWithTheirTable) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "A", Type = "Bool", [true] = 1,
+               Property = { InterfaceObjectId = 1, PropertyId = 5, [false] = 0 },
+               ShowIf = { [true] = 1, Function = function() return true end,
+                          PropertyIds = { { Type = "Bool", [true] = 2,
+                                            Id = { InterfaceObjectId = 1, PropertyId = 5,
+                                                   [print] = 3 } } } } } }
+  end
+  function GetPropertyIds() return { [true] = {} } end
+  function GetStaticData() return { [false] = {}, Clock = { Type = "clock", [true] = 1 } } end)");
+  EXPECT_EQ(bridge.GetParametersFromChannelTypeId(3).size(), 1U);
+  bridge.GetPropertyIds();
+  bridge.GetStaticData();
+  EXPECT_EQ(SortedLines(),
+            (std::vector<std::string>{
+                "folder 0/function 0 (functionId 1), parameter 'A': key of the wrong type: a key "
+                "of type boolean in a ShowIf PropertyIds entry is ignored",
+                "folder 0/function 0 (functionId 1), parameter 'A': key of the wrong type: a key "
+                "of type boolean in a ShowIf table is ignored",
+                "folder 0/function 0 (functionId 1), parameter 'A': key of the wrong type: a key "
+                "of type boolean in a parameter table is ignored",
+                "folder 0/function 0 (functionId 1), parameter 'A': key of the wrong type: a key "
+                "of type boolean in a property table is ignored",
+                "folder 0/function 0 (functionId 1), parameter 'A': key of the wrong type: a key "
+                "of type function in a property table is ignored",
+                "folder 0/function 0 (functionId 1), setting '': key of the wrong type: a key of "
+                "type boolean in the settings table is ignored",
+                "static data 'Clock', record 'Clock': key of the wrong type: a key of type "
+                "boolean in a static-data entry is ignored",
+                "static data, record '': key of the wrong type: a key of type boolean in the "
+                "static-data table is ignored"}));
+  FieldSink fields;
+  bridge.SetDiagnostics(&fields);
+  bridge.GetParametersFromChannelTypeId(3);
+  EXPECT_EQ(fields.Sorted(),
+            (std::vector<std::string>{
+                "parameter 'A' at '': key of the wrong type: a key of type boolean in a "
+                "parameter table is ignored",
+                "parameter 'A' at 'Property': key of the wrong type: a key of type boolean in a "
+                "property table is ignored",
+                "parameter 'A' at 'ShowIf': key of the wrong type: a key of type boolean in a "
+                "ShowIf table is ignored",
+                "parameter 'A' at 'ShowIf.PropertyIds[1]': key of the wrong type: a key of type "
+                "boolean in a ShowIf PropertyIds entry is ignored",
+                "parameter 'A' at 'ShowIf.PropertyIds[1].Id': key of the wrong type: a key of "
+                "type function in a property table is ignored"}));
+}
+
+TEST_F(ReaderDiagnostics, ParametersWithoutKeyCarryTheirPlaceInTheListAsTheirField) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    local p = { InterfaceObjectId = 1, PropertyId = 5 }
+    return { { Key = "A", Type = "Bool", Property = p, Digits = "1" },
+             { Type = "UInt8", Property = p },
+             "text",
+             { Type = "UInt8", Propery = p } }
+  end)");
+  FieldSink fields;
+  bridge.SetDiagnostics(&fields);
+  EXPECT_EQ(bridge.GetParametersFromChannelTypeId(3).size(), 3U);
+  EXPECT_EQ(fields.Sorted(),
+            (std::vector<std::string>{
+                "parameter '' at '[2].Key': missing field: no 'Key': its key is empty",
+                "parameter '' at '[3]': value of the wrong type: a list entry is a string, not a "
+                "parameter table: skipped",
+                "parameter '' at '[4].Key': missing field: no 'Key': its key is empty",
+                "parameter '' at '[4].Property': missing field: no 'Property': read at interface "
+                "object 0, property 0",
+                "parameter '' at '[4].Propery': unknown field: 'Propery' is not read",
+                "parameter 'A' at 'Digits': value of the wrong type: 'Digits' is a string ('1'), "
+                "not an integer: no decimals"}));
+  // The TRACE lines stay as they were: the field is not in them.
+  bridge.SetDiagnostics(&sink);
+  bridge.GetParametersFromChannelTypeId(3);
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
+  EXPECT_EQ(SortedLines(), (std::vector<std::string>{
+                               slot + "'': missing field: no 'Key': its key is empty",
+                               slot + "'': missing field: no 'Key': its key is empty",
+                               slot + "'': missing field: no 'Property': read at interface "
+                                      "object 0, property 0",
+                               slot + "'': unknown field: 'Propery' is not read",
+                               slot + "'': value of the wrong type: a list entry is a string, "
+                                      "not a parameter table: skipped",
+                               slot + "'A': value of the wrong type: 'Digits' is a string ('1'), "
+                                      "not an integer: no decimals"}));
+}
+
+TEST_F(ReaderDiagnostics, NumericKeyInANestedTableIsToldWithItsFieldBeforeTheReadFails) {
+  Load(R"(local function prop(o, p) return { InterfaceObjectId = o, PropertyId = p } end
+  local function showIf(ids) return { Function = function() return true end, PropertyIds = ids } end
+  local lists = {
+    { { Key = "Property", Type = "Bool", Property = { 1, 5 } } },
+    { { Key = "ShowIf", Type = "Bool", Property = prop(1, 5), ShowIf = { 7 } } },
+    { { Key = "Entry", Type = "Bool", Property = prop(1, 5),
+        ShowIf = showIf({ { Id = prop(1, 5), Type = "Bool" }, { Id = prop(1, 6), "Bool" } }) } },
+    { { Key = "Id", Type = "Bool", Property = prop(1, 5),
+        ShowIf = showIf({ { Id = { 1, 5 }, Type = "Bool" } }) } },
+    { { Key = "A", Type = "Bool", Property = prop(1, 5) }, { Type = "Bool", Property = { 1 } } },
+  }
+  function GetParametersFromChannelTypeId(t) return lists[t] end
+  function GetPropertyIds() return { ChannelType = { 1, 1 } } end
+  function GetStaticData() return { Clock = { Type = "clock", EnabledProperty = { 2, 1 } } } end
+  function GetPropertyIndexForUrns(t) return { 1, 52 } end)");
+  FieldSink fields;
+  bridge.SetDiagnostics(&fields);
+  for (std::uint32_t type = 1; type <= 5; ++type) {
+    EXPECT_THROW(bridge.GetParametersFromChannelTypeId(type), ovslua::LuaPanicError) << type;
+  }
+  EXPECT_THROW(bridge.GetPropertyIds(), ovslua::LuaPanicError);
+  EXPECT_THROW(bridge.GetStaticData(), ovslua::LuaPanicError);
+  EXPECT_THROW(bridge.GetPropertyIndexForUrns(2), ovslua::LuaPanicError);
+  EXPECT_EQ(fields.lines,
+            (std::vector<std::string>{
+                "parameter 'Property' at 'Property': numeric key: [1] in a property table: the "
+                "download aborts",
+                "parameter 'ShowIf' at 'ShowIf': numeric key: [1] in a ShowIf table: the "
+                "download aborts",
+                "parameter 'Entry' at 'ShowIf.PropertyIds[2]': numeric key: [1] in a ShowIf "
+                "PropertyIds entry: the download aborts",
+                "parameter 'Id' at 'ShowIf.PropertyIds[1].Id': numeric key: [1] in a property "
+                "table: the download aborts",
+                "parameter '' at '[2].Property': numeric key: [1] in a property table: the "
+                "download aborts",
+                "setting 'ChannelType' at '': numeric key: [1] in a property table: the download "
+                "aborts",
+                "record 'Clock' at 'EnabledProperty': numeric key: [1] in a property table: the "
+                "download aborts",
+                "URN selector of channel type '2' at '': numeric key: [1] in a property table: "
+                "the download aborts"}));
+}
+
 // A whole download: the sink is there only when the plug-in's logger is at TRACE.
 class DownloadDiagnostics : public ::testing::Test {
  protected:

@@ -196,6 +196,75 @@ INSTANTIATE_TEST_SUITE_P(
                   "error: GetParametersFromChannelTypeId(1), parameter 'State': numeric key [1] "
                   "in a parameter table: the download aborts"},
                  1},
+        FlawCase{"NumericKeyInProperty",
+                 "check_property_numeric_key.lua",
+                 {},
+                 {At("check_property_numeric_key.lua", 6) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': Property: numeric "
+                  "key [1] in a property table: the download aborts"},
+                 1},
+        FlawCase{"NumericKeyInShowIfEntry",
+                 "check_showif_numeric_key.lua",
+                 {},
+                 {At("check_showif_numeric_key.lua", 7) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': "
+                  "ShowIf.PropertyIds[1]: numeric key [1] in a ShowIf PropertyIds entry: the "
+                  "download aborts"},
+                 1},
+        FlawCase{"NumericKeyInShowIfOfAParameterWithoutKey",
+                 "check_keyless_showif_list.lua",
+                 {},
+                 {At("check_keyless_showif_list.lua", 4) +
+                  "error: GetParametersFromChannelTypeId(1), parameter [2]: ShowIf: numeric key "
+                  "[1] in a ShowIf table: the download aborts"},
+                 1},
+        FlawCase{"BooleanKeyInParameter",
+                 "check_boolean_key.lua",
+                 {},
+                 {At("check_boolean_key.lua", 6) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': a key of type "
+                  "boolean in a parameter table is ignored"},
+                 0},
+        FlawCase{"BooleanKeyInShowIfEntry",
+                 "check_showif_boolean_key.lua",
+                 {},
+                 {At("check_showif_boolean_key.lua", 10) +
+                  "warning: GetParametersFromChannelTypeId(1), parameter 'State': "
+                  "ShowIf.PropertyIds[1]: a key of type boolean in a ShowIf PropertyIds entry is "
+                  "ignored"},
+                 0},
+        FlawCase{"ListEntryUnderABooleanKeyIsRead", "check_list_boolean_key.lua", {}, {}, 0},
+        FlawCase{"ListEntryThatIsNoTable",
+                 "check_list_entry_text.lua",
+                 {},
+                 {At("check_list_entry_text.lua", 4) +
+                  "warning: GetParametersFromChannelTypeId(1): list entry [2] is a string, not a "
+                  "parameter table: skipped"},
+                 0},
+        FlawCase{"ParametersWithoutKeyAreNamedByTheirPlace",
+                 "check_keyless_parameters.lua",
+                 {},
+                 {At("check_keyless_parameters.lua", 4) +
+                      "warning: GetParametersFromChannelTypeId(1), parameter [2]: no 'Key': its "
+                      "key is empty",
+                  At("check_keyless_parameters.lua", 4) +
+                      "warning: GetParametersFromChannelTypeId(1), parameter [3]: no 'Key': its "
+                      "key is empty",
+                  At("check_keyless_parameters.lua", 4) +
+                      "warning: GetParametersFromChannelTypeId(1), parameter [3]: unknown field "
+                      "'Propery' is ignored (did you mean 'Property'?): read at interface object "
+                      "0, property 0"},
+                 0},
+        FlawCase{"TheOneParameterWithoutKeyIsNamedByItsPlace",
+                 "check_keyless_type.lua",
+                 {},
+                 {At("check_keyless_type.lua", 4) +
+                      "warning: GetParametersFromChannelTypeId(1), parameter [2]: no 'Key': its "
+                      "key is empty",
+                  At("check_keyless_type.lua", 4) +
+                      "error: GetParametersFromChannelTypeId(1), parameter [2]: unknown value type "
+                      "'Uint8' (did you mean 'UInt8'?): the parameter is silently left out"},
+                 1},
         FlawCase{"LowerCaseType",
                  "check_lower_case_type.lua",
                  {},
@@ -280,6 +349,13 @@ INSTANTIATE_TEST_SUITE_P(
                  {At("check_selector_nil.lua", 4) +
                   "warning: GetChannelUrnByTypeIdAndPropertyIndex(2, 1): returns nil: the plug-in "
                   "reads it as an empty text, so channelTypeUrn is empty, not \"Unsupported\""},
+                 0},
+        FlawCase{"SelectorFieldTypo",
+                 "check_selector_typo.lua",
+                 {},
+                 {At("check_selector_typo.lua", 4) +
+                  "warning: GetPropertyIndexForUrns(2): unknown field 'PropertyID' is ignored "
+                  "(did you mean 'PropertyId'?): property 0 is read"},
                  0},
         FlawCase{"ShowIfWithoutFunction",
                  "check_showif_without_function.lua",
@@ -369,6 +445,16 @@ INSTANTIATE_TEST_SUITE_P(
                   "error: GetPropertyIds(), setting 'ChannelType': 'InterfaceObjectId' is a "
                   "string ('1'), not an integer: interface object 0 is read"},
                  1},
+        FlawCase{"BooleanKeysInTheSettings",
+                 "check_settings_boolean_key.lua",
+                 {},
+                 {At("check_settings_boolean_key.lua", 7) +
+                      "warning: GetPropertyIds(): a key of type boolean in the settings table is "
+                      "ignored",
+                  At("check_settings_boolean_key.lua", 7) +
+                      "warning: GetPropertyIds(), setting 'ChannelType': a key of type boolean in "
+                      "a property table is ignored"},
+                 0},
         FlawCase{"StaticDataAsList",
                  "check_static_list.lua",
                  {},
@@ -396,6 +482,23 @@ INSTANTIATE_TEST_SUITE_P(
                  {At("check_enabled_flag.lua", 4) +
                   "warning: GetStaticData(), entry 'Weather': 'EnabledProperty' is a boolean "
                   "(true), not a table: the record is always written"},
+                 0},
+        FlawCase{"EnabledPropertyAsList",
+                 "check_enabled_property_list.lua",
+                 {},
+                 {At("check_enabled_property_list.lua", 4) +
+                  "error: GetStaticData(), entry 'Weather': EnabledProperty: numeric key [1] in a "
+                  "property table: the download aborts"},
+                 1},
+        FlawCase{"BooleanKeysInStaticData",
+                 "check_static_boolean_key.lua",
+                 {},
+                 {At("check_static_boolean_key.lua", 4) +
+                      "warning: GetStaticData(): a key of type boolean in the static-data table "
+                      "is ignored",
+                  At("check_static_boolean_key.lua", 4) +
+                      "warning: GetStaticData(), entry 'Weather': a key of type boolean in a "
+                      "static-data entry is ignored"},
                  0},
         FlawCase{"EndlessLoop",
                  "check_endless_loop.lua",

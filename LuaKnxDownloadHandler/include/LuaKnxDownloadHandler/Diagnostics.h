@@ -26,6 +26,7 @@ enum class SkipReason {
   NumericKey,          // a numeric key in a table with named fields, which aborts the read
   OutOfRange,          // a number of which only the low bits are read
   DuplicateKey,        // two parameters of one list under the same key
+  WrongKeyType,        // a key neither string nor number in a table with named fields
 };
 
 /// The reason in words, as the TRACE lines give it. Inline: check-script, which
@@ -62,6 +63,8 @@ inline const char* SkipReasonText(SkipReason reason) {
       return "number out of range";
     case SkipReason::DuplicateKey:
       return "key given twice";
+    case SkipReason::WrongKeyType:
+      return "key of the wrong type";
   }
   return "skipped";
 }
@@ -72,11 +75,17 @@ inline constexpr SkipReason kSkipReasons[] = {
     SkipReason::UnreadableProperty, SkipReason::MissingElement, SkipReason::NarrowProperty,
     SkipReason::WideProperty,       SkipReason::ShowIfHidden,   SkipReason::ShowIfFailed,
     SkipReason::RecordDisabled,     SkipReason::TextCut,        SkipReason::MissingField,
-    SkipReason::NumericKey,         SkipReason::OutOfRange,     SkipReason::DuplicateKey};
+    SkipReason::NumericKey,         SkipReason::OutOfRange,     SkipReason::DuplicateKey,
+    SkipReason::WrongKeyType};
+
+/// The subject of the URN selector's reports; check-script tells it by this text.
+inline constexpr char kUrnSelectorSubject[] = "URN selector of channel type";
 
 /// One thing skipped: of which kind ("parameter", "record", "setting"), under
 /// which key, and why in words; for a field of the record, its path in the
-/// record ("Property.PropertyId", "ShowIf.PropertyIds[2].Type").
+/// record ("Property.PropertyId", "ShowIf.PropertyIds[2].Type"), or of the
+/// table a note about a key names; a parameter without Key has its place in
+/// the list before it ("[4].Type", "[4]").
 struct Skip {
   SkipReason reason = SkipReason::UnknownField;
   std::string_view subject;

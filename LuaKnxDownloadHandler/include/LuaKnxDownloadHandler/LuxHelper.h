@@ -118,6 +118,8 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void Note(SkipReason reason, std::string detail) const;
   void NoteWrongType(const char* field, const char* expected, const char* consequence) const;
   void NoteUnknownField(std::string_view field) const;
+  /// The key at -2 of the walk at hand, which is neither string nor number.
+  void NoteOtherKey(const char* table) const;
   void ReportNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
     if (m_diagnostics != nullptr) TellNotes(mark, subject, key);
   }
@@ -135,6 +137,11 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   /// A numeric key ends the walk of a table with named fields with an error:
   /// told at once, since the notes of the record never are.
   void TellNumericKey(const char* table, const char* subject, std::string_view key) const;
+  /// The same for a table inside the record, at that field.
+  void TellNumericKey(const char* table, const char* subject, std::string_view key,
+                      std::string_view field) const;
+  /// TellNumericKey for the parameter table on top and the tables in it.
+  void TellParameterNumericKeys() const;
   std::size_t NoteMark() const noexcept { return m_notes.size(); }
   void EnterRecord() const;
 
