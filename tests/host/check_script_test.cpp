@@ -389,6 +389,17 @@ INSTANTIATE_TEST_SUITE_P(
                   "raises an error: attempt to index a number value (local 'kind'): the "
                   "parameter is hidden"},
                  1},
+        // Without a dump a ShowIf function gets what a download without those
+        // properties passes: for texts the wrong-property-id text, else zero values.
+        FlawCase{"ShowIfWithoutADumpGetsTheValuesOfAnEmptyDownload",
+                 "check_showif_stand_in_values.lua",
+                 {},
+                 {At("check_showif_stand_in_values.lua", 12) +
+                  "error: GetParametersFromChannelTypeId(1), parameter 'State': ShowIf function "
+                  "raises an error: \"ERROR: maybe wrong property id (60), no User should see "
+                  "this!\" \"ERROR: maybe wrong property id (61), no User should see this!\" 0 "
+                  "false \"\": the parameter is hidden"},
+                 1},
         FlawCase{"ShowIfReturnsNothing",
                  "check_showif_nil.lua",
                  {},
