@@ -30,7 +30,7 @@ set(CPACK_COMPONENT_PLUGIN_DESCRIPTION
   "KNX download-handler plug-in with stand-in platform libraries, headers and build files")
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME knx-download-host)
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS
-  "luaknxdownloadhandler (= ${PROJECT_VERSION}), libc6, libstdc++6, libgcc-s1, liblog4cplus-2.0.5, libpugixml1v5, liblua5.4-0")
+  "luaknxdownloadhandler (= ${PROJECT_VERSION}), libc6, libstdc++6, libgcc-s1, libfmt9, liblog4cplus-2.0.5, libpugixml1v5, liblua5.4-0")
 set(CPACK_COMPONENT_HOST_DESCRIPTION
   "Loads the KNX download-handler plug-in and feeds it a download dump; checks description scripts")
 
