@@ -23,31 +23,6 @@ std::string IntegerText(long long value) {
   return text;
 }
 
-// The value on top: its type, and what it holds when that is short.
-std::string Described(lua_State* state) {
-  const int type = lua_type(state, -1);
-  if (type == LUA_TBOOLEAN) {
-    return lua_toboolean(state, -1) != 0 ? "a boolean (true)" : "a boolean (false)";
-  }
-  if (type == LUA_TNIL) return "nil";
-  if (type == LUA_TSTRING) {
-    std::size_t length = 0;
-    const char* data = lua_tolstring(state, -1, &length);
-    std::string text(data, std::min<std::size_t>(length, 40));
-    std::replace(text.begin(), text.end(), '\0', ' ');
-    return "a string ('" + text + "')";
-  }
-  if (type != LUA_TNUMBER || lua_checkstack(state, 1) == 0) {
-    return std::string("a ") + lua_typename(state, type);
-  }
-  // Converted on a copy, so that the value keeps its type.
-  lua_pushvalue(state, -1);
-  std::string text = lua_isinteger(state, -1) != 0 ? "an integer (" : "a float (";
-  text.append(lua_tostring(state, -1)).append(")");
-  lua_pop(state, 1);
-  return text;
-}
-
 // The key at index during a walk, bracketed ("[4]", "['Dimmer']", "[true]"),
 // read without converting it in place, which would break the walk.
 std::string ListKeyText(lua_State* state, int index) {
@@ -81,8 +56,8 @@ void LuxHelper::Note(SkipReason reason, std::string detail) const {
 void LuxHelper::NoteWrongType(const char* field, const char* expected,
                               const char* consequence) const {
   m_notes.push_back({SkipReason::WrongValueType,
-                     std::string("'") + field + "' is " + Described(m_luaState) + ", not " +
-                         expected + ": " + consequence,
+                     std::string("'") + field + "' is " + DescribeLuaValue(m_luaState, -1) +
+                         ", not " + expected + ": " + consequence,
                      field});
 }
 

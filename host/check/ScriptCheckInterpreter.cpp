@@ -271,23 +271,7 @@ std::string Checker::TextOf(int index) const {
 }
 
 std::string Checker::Describe(int index) const {
-  const int type = lua_type(m_state, index);
-  switch (type) {
-    case LUA_TNIL:
-      return "nil";
-    case LUA_TBOOLEAN:
-      return lua_toboolean(m_state, index) != 0 ? "a boolean (true)" : "a boolean (false)";
-    case LUA_TNUMBER:
-      return (lua_isinteger(m_state, index) != 0 ? "an integer (" : "a float (") + TextOf(index) +
-             ")";
-    case LUA_TSTRING: {
-      std::string text = TextOf(index);
-      if (text.size() > 40) text = text.substr(0, 37) + "...";
-      return "a string ('" + text + "')";
-    }
-    default:
-      return std::string("a ") + lua_typename(m_state, type);
-  }
+  return Korvex::luaknxdownloadhandler::DescribeLuaValue(m_state, index);
 }
 
 Place Checker::DefinitionOf(int index) const {

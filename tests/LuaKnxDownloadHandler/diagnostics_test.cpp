@@ -257,6 +257,23 @@ TEST_F(ReaderDiagnostics, ValuesOfTheWrongTypeAreNamedWithWhatIsReadInstead) {
                               "parameter is not written"}));
 }
 
+TEST_F(ReaderDiagnostics, LongTextsKeepTheirStartAndNulBytesBecomeSpaces) {
+  Load(R"(function GetParametersFromChannelTypeId(t)
+    return { { Key = "A", Type = "Bool", Property = { InterfaceObjectId = 1, PropertyId = 5 },
+               Digits = "0123456789012345678901234567890123456789X" },
+             { Key = "B", Type = "Bool", Property = { InterfaceObjectId = 1, PropertyId = 5 },
+               Digits = "2\0" } }
+  end)");
+  bridge.GetParametersFromChannelTypeId(3);
+  const std::string slot = "folder 0/function 0 (functionId 1), parameter ";
+  EXPECT_EQ(SortedLines(),
+            (std::vector<std::string>{
+                slot + "'A': value of the wrong type: 'Digits' is a string "
+                       "('0123456789012345678901234567890123456...'), not an integer: no decimals",
+                slot + "'B': value of the wrong type: 'Digits' is a string ('2 '), not an "
+                       "integer: no decimals"}));
+}
+
 TEST_F(ReaderDiagnostics, StaticDataReportsUnderTheRecordsPath) {
   Load(R"(function GetStaticData()
     return { Timers = { Type = "timers", SubData = {

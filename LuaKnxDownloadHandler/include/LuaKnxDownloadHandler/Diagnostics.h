@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+struct lua_State;
+
 namespace Korvex::luaknxdownloadhandler {
 
 enum class SkipReason {
@@ -93,6 +95,11 @@ struct Skip {
   std::string_view detail;
   std::string_view field{};
 };
+
+/// A Lua value as notes and check-script findings show it: its type, and what
+/// it holds when that is short ("a float (53.0)", "a string ('Dimmer')", "nil").
+/// A number is converted on a copy, so that the value keeps its type.
+std::string DescribeLuaValue(lua_State* state, int index);
 
 class Diagnostics {
  public:
