@@ -5,7 +5,6 @@
 #include <lua.hpp>
 
 #include <algorithm>
-
 #include <utility>
 
 namespace Korvex::luaknxdownloadhandler {

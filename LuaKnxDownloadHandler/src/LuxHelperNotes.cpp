@@ -2,6 +2,7 @@
 // how the notes reach it. Runs only with a sink.
 
 #include <LuaKnxDownloadHandler/LuxHelper.h>
+#include <LuaKnxDownloadHandler/ScriptFields.h>
 
 #include "LuxHelperStack.h"
 
@@ -39,9 +40,11 @@ std::string ListKeyText(lua_State* state, int index) {
   return text;
 }
 
+namespace fields = Korvex::luaknxdownloadhandler::fields;
+
 // The table at the top's field name pushed when it is a table; else nothing.
-bool PushTableField(lua_State* state, const char* name) {
-  lua_pushstring(state, name);
+bool PushTableField(lua_State* state, std::string_view name) {
+  lua_pushlstring(state, name.data(), name.size());
   if (lua_rawget(state, -2) == LUA_TTABLE) return true;
   lua_pop(state, 1);
   return false;
@@ -67,6 +70,7 @@ void LuxHelper::NoteUnknownField(std::string_view field) const {
 }
 
 void LuxHelper::NoteOtherKey(const char* table) const {
+  if (m_diagnostics == nullptr) return;
   m_notes.push_back({SkipReason::WrongKeyType,
                      std::string("a key of type ") + luaL_typename(m_luaState, -2) + " in " +
                          table + " is ignored",
@@ -132,6 +136,13 @@ void LuxHelper::TellNumericKey(const char* table, const char* subject, std::stri
   }
 }
 
+void LuxHelper::TellNumericKeyIn(std::string_view name, const char* table, const char* subject,
+                                 std::string_view key, const std::string& field) const {
+  if (!PushTableField(m_luaState, name)) return;
+  TellNumericKey(table, subject, key, field);
+  lua_pop(m_luaState, 1);
+}
+
 void LuxHelper::TellParameterNumericKeys() const {
   lua_State* state = m_luaState;
   // Its Key, Property or ShowIf, PropertyIds, an entry's key and value, the
@@ -139,31 +150,26 @@ void LuxHelper::TellParameterNumericKeys() const {
   if (!lux::TableOnTop(state) || lua_checkstack(state, 9) == 0) return;
   // Named by its Key, which the walk may never get to read, else by its place in the list.
   std::string name;
-  lua_pushliteral(state, "Key");
+  lua_pushlstring(state, fields::kKey.data(), fields::kKey.size());
   if (lua_rawget(state, -2) == LUA_TSTRING) name = lua_tostring(state, -1);
   lua_pop(state, 1);
   const std::string place = name.empty() ? ListKeyText(state, -2) : std::string();
-  const auto within = [&place](const std::string& field) {
-    return place.empty() ? field : place + "." + field;
+  const auto within = [&place](std::string_view field) {
+    return place.empty() ? std::string(field) : place + "." + std::string(field);
   };
   TellNumericKey("a parameter table", "parameter", name, place);
-  if (PushTableField(state, "Property")) {
-    TellNumericKey("a property table", "parameter", name, within("Property"));
-    lua_pop(state, 1);
-  }
-  if (!PushTableField(state, "ShowIf")) return;
-  TellNumericKey("a ShowIf table", "parameter", name, within("ShowIf"));
-  if (PushTableField(state, "PropertyIds")) {
+  TellNumericKeyIn(fields::kProperty, "a property table", "parameter", name,
+                   within(fields::kProperty));
+  if (!PushTableField(state, fields::kShowIf)) return;
+  TellNumericKey("a ShowIf table", "parameter", name, within(fields::kShowIf));
+  if (PushTableField(state, fields::kPropertyIds)) {
     // The list's own keys are never read: any may be numeric.
     lua_pushnil(state);
     while (lua_next(state, -2) != 0) {
       if (lua_type(state, -1) == LUA_TTABLE) {
         const std::string entry = within("ShowIf.PropertyIds") + ListKeyText(state, -2);
         TellNumericKey("a ShowIf PropertyIds entry", "parameter", name, entry);
-        if (PushTableField(state, "Id")) {
-          TellNumericKey("a property table", "parameter", name, entry + ".Id");
-          lua_pop(state, 1);
-        }
+        TellNumericKeyIn(fields::kId, "a property table", "parameter", name, entry + ".Id");
       }
       lua_pop(state, 1);
     }

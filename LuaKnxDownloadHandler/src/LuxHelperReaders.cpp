@@ -96,9 +96,7 @@ bool TextValue(lua_State* state, int type, std::string& text, const char* query,
 PropertyInfo LuxHelper::FillProperty() const {
   PropertyInfo info;
   lua_State* state = m_luaState;
-  const auto otherKey = [this] {
-    if (m_diagnostics != nullptr) NoteOtherKey("a property table");
-  };
+  const auto otherKey = [this] { NoteOtherKey("a property table"); };
   lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const bool integer = lua_isinteger(state, -1) != 0;
     if (key == fields::kPropertyId) {
@@ -191,9 +189,7 @@ void LuxHelper::FillLuaParameter(std::vector<LuaParameter>& parameters) {
   const std::size_t mark = NoteMark();
   const bool noted = m_diagnostics != nullptr;
   if (noted) TellParameterNumericKeys();
-  const auto otherKey = [this, noted] {
-    if (noted) NoteOtherKey("a parameter table");
-  };
+  const auto otherKey = [this] { NoteOtherKey("a parameter table"); };
   lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kKey) {
@@ -251,9 +247,7 @@ LuaParameterShowIf LuxHelper::FillLuaParameterShowIf() const {
   LuaParameterShowIf showIf;
   lua_State* state = m_luaState;
   const bool noted = m_diagnostics != nullptr;
-  const auto otherKey = [this, noted] {
-    if (noted) NoteOtherKey("a ShowIf table");
-  };
+  const auto otherKey = [this] { NoteOtherKey("a ShowIf table"); };
   // Key, value and the copy of a function that luaL_ref consumes.
   lux::ForEachField(state, 3, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
@@ -297,9 +291,7 @@ void LuxHelper::FillLuaParameterShowIfPropertyIds(
     }
     // Made in place: nothing else is added to the list while it is read.
     LuaParameterShowIfPropertyIds& entry = propertyIds.emplace_back();
-    const auto otherKey = [this, noted] {
-      if (noted) NoteOtherKey("a ShowIf PropertyIds entry");
-    };
+    const auto otherKey = [this] { NoteOtherKey("a ShowIf PropertyIds entry"); };
     lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
       const int type = lua_type(state, -1);
       if (key == fields::kId) {
@@ -391,16 +383,11 @@ void LuxHelper::FillLuxStaticData(std::vector<LuxStaticData>& staticData, std::s
     EnterRecord();
     TellNumericKey("a static-data entry", "record", entry.name);
     if (lua_checkstack(state, 1) != 0) {
-      lua_pushstring(state, fields::kEnabledProperty.data());
-      if (lua_rawget(state, -2) == LUA_TTABLE) {
-        TellNumericKey("a property table", "record", entry.name, fields::kEnabledProperty);
-      }
-      lua_pop(state, 1);
+      TellNumericKeyIn(fields::kEnabledProperty, "a property table", "record", entry.name,
+                       std::string(fields::kEnabledProperty));
     }
   }
-  const auto otherKey = [this, noted] {
-    if (noted) NoteOtherKey("a static-data entry");
-  };
+  const auto otherKey = [this] { NoteOtherKey("a static-data entry"); };
   lux::ForEachField(state, 2, otherKey, [&](std::string_view key) {
     const int type = lua_type(state, -1);
     if (key == fields::kEnabledProperty) {

@@ -118,7 +118,8 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   void Note(SkipReason reason, std::string detail) const;
   void NoteWrongType(const char* field, const char* expected, const char* consequence) const;
   void NoteUnknownField(std::string_view field) const;
-  /// The key at -2 of the walk at hand, which is neither string nor number.
+  /// The key at -2 of the walk at hand, which is neither string nor number;
+  /// nothing without a sink.
   void NoteOtherKey(const char* table) const;
   void ReportNotes(std::size_t mark, std::string_view subject, std::string_view key) const {
     if (m_diagnostics != nullptr) TellNotes(mark, subject, key);
@@ -140,6 +141,9 @@ class LuxHelper : public LuxHelperBase, private ovslua::Lua {
   /// The same for a table inside the record, at that field.
   void TellNumericKey(const char* table, const char* subject, std::string_view key,
                       std::string_view field) const;
+  /// The same for the table under name in the table on top, when it is one.
+  void TellNumericKeyIn(std::string_view name, const char* table, const char* subject,
+                        std::string_view key, const std::string& field) const;
   /// TellNumericKey for the parameter table on top and the tables in it.
   void TellParameterNumericKeys() const;
   std::size_t NoteMark() const noexcept { return m_notes.size(); }
